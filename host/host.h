@@ -1,0 +1,99 @@
+#pragma once
+
+// An in-process host for one plug-in library: loads it with dlopen and drives
+// it as the host framework does, and offers the services its components find
+// by name. Tests and the simulator run the library on it.
+
+#include "framework/componentinfo.h"
+#include "host/hostobjects.h"
+#include "host/recorder.h"
+#include "host/services.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace edidvm {
+namespace host {
+
+class Host
+{
+public:
+    // The API object serves "kpf_default_messagecenter", "commanddispatcher"
+    // and "eventdispatcher".
+    Host();
+    ~Host(); // unloads
+
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    // The whole start-up: open, pluginit with our API, create every listed
+    // component. false and error() on the first failure.
+    bool load(const std::string& path);
+
+    // The same in steps, for callers that need to come between them.
+    bool open(const std::string& path);
+    void callPluginit(kpf::IHostApi* api);
+    const kpf::PluginInfo* pluginInfo() const { return m_info; }
+    std::vector<kpf::ComponentInfo*> componentInfos() const;
+    // creator, then getMessageHandler; null and error() on failure.
+    kpf::IMessageHandler* createComponent(std::size_t index);
+    std::vector<kpf::IMessageHandler*> components() const;
+
+    // Delivers the start message; the component's subscriptions made meanwhile
+    // are tied to it.
+    void start(kpf::IMessageHandler* component);
+    void startAll();
+
+    // deletor for every created component, newest first, then dlclose.
+    void unload();
+    const std::string& error() const { return m_error; }
+    const std::string& path() const { return m_path; }
+
+    // As another component would: through the dispatchers' routing, not
+    // recorded as a component's send.
+    std::optional<Bytes> command(std::uint32_t number, const void* data, int size);
+    void event(std::uint32_t number, const void* data, int size);
+    // Straight to a handler, with any kind and number; returns its reply.
+    std::optional<Bytes> deliver(kpf::IMessageHandler* component, int kind, std::uint32_t number, int size,
+                                 const void* data);
+    int pump() { return m_events.pump(); }
+
+    HostApi& api() { return m_api; }
+    CommandDispatcher& commands() { return m_commands; }
+    EventDispatcher& events() { return m_events; }
+    MessageCenter& messageCenter() { return m_center; }
+    Recorder& recorder() { return m_recorder; }
+    ObjectStore& store() { return m_store; }
+    Subscriptions& subscriptions() { return m_subscriptions; }
+
+private:
+    struct Component
+    {
+        kpf::ComponentInfo* info;
+        void* object;
+        kpf::IMessageHandler* handler;
+    };
+
+    bool fail(const std::string& what);
+    std::optional<Bytes> takeReply(const kpf::IMessage* reply);
+
+    ObjectStore m_store;
+    Recorder m_recorder;
+    Subscriptions m_subscriptions;
+    MessageCenter m_center;
+    CommandDispatcher m_commands;
+    EventDispatcher m_events;
+    HostApi m_api;
+
+    std::string m_path;
+    std::string m_error;
+    void* m_library = nullptr;
+    void (*m_pluginit)(kpf::IHostApi*) = nullptr;
+    const kpf::PluginInfo* m_info = nullptr;
+    std::vector<Component> m_components;
+};
+
+} // namespace host
+} // namespace edidvm

@@ -1,0 +1,170 @@
+#include "message/messagehandler.h"
+
+#include "framework/api.h"
+#include "framework/idispatchers.h"
+#include "framework/ihostapi.h"
+#include "framework/imessage.h"
+#include "framework/wire.h"
+#include "message/log.h"
+
+#include <QDebug>
+
+#include <cstring>
+
+namespace LCD {
+namespace Message {
+
+namespace {
+
+const char CommandDispatcherName[] = "commanddispatcher";
+const char EventDispatcherName[] = "eventdispatcher";
+
+// Numbers read better in hex, as every contract table writes them.
+QString hexNumber(int number)
+{
+    return QLatin1String("0x") +
+           QString::number(kpf::wireWord(number), 16).toUpper().rightJustified(8, QLatin1Char('0'));
+}
+
+void warnMissing(const char* service, const char* what, int number)
+{
+    EDIDVM_WARNING() << "service" << service << "is missing," << what << qPrintable(hexNumber(number));
+}
+
+} // namespace
+
+MessageHandler::MessageHandler()
+{
+    kpf::IHostApi* api = kpf::api::get().hostApi;
+    if (api == nullptr)
+        return;
+    m_messageCenter = static_cast<kpf::IMessageCenter*>(api->findService("kpf_default_messagecenter"));
+    m_commandDispatcher = static_cast<kpf::ICommandDispatcher*>(api->findService(CommandDispatcherName));
+    m_eventDispatcher = static_cast<kpf::IEventDispatcher*>(api->findService(EventDispatcherName));
+}
+
+MessageHandler::~MessageHandler() = default;
+
+const kpf::IMessage* MessageHandler::handleMessage(const kpf::IMessage* message)
+{
+    if (message == nullptr)
+        return nullptr;
+    const int number = message->number();
+    switch (number) {
+    case kpf::MessageStart:
+        onInit();
+        return nullptr;
+    case kpf::MessageReserved1:
+    case kpf::MessageReserved2:
+    case kpf::MessageReserved3:
+    case kpf::MessageReserved4:
+        return nullptr;
+    default:
+        return processMsg(number, message);
+    }
+}
+
+const kpf::IMessage* MessageHandler::processMsg(int number, const kpf::IMessage* message)
+{
+    if (message == nullptr)
+        return nullptr;
+    const int kind = message->kind();
+    std::unordered_map<int, MessageHandlerFunc>* table = nullptr;
+    if (kind == kpf::MessageKindCommand)
+        table = &m_commandHandlers;
+    else if (kind == kpf::MessageKindEvent)
+        table = &m_eventHandlers;
+    else
+        return nullptr;
+
+    // An insertion may rehash the table, so the lookup and the copy take the
+    // lock; the handler itself runs without it. The copy does not allocate
+    // for handlers that capture only the component pointer.
+    MessageHandlerFunc handler;
+    {
+        std::lock_guard<std::mutex> lock(m_handlerMutex);
+        const auto found = table->find(number);
+        if (found == table->end())
+            return nullptr;
+        handler = found->second;
+    }
+    if (!handler)
+        return nullptr;
+    return handler(message);
+}
+
+int MessageHandler::registerCommand(int number, MessageHandlerFunc handler)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_handlerMutex);
+        m_commandHandlers.emplace(number, std::move(handler));
+    }
+    if (m_commandDispatcher == nullptr) {
+        warnMissing(CommandDispatcherName, "not subscribed:", number);
+        return -1;
+    }
+    return m_commandDispatcher->subscribe(number, std::string(m_name));
+}
+
+int MessageHandler::registerEvent(int number, MessageHandlerFunc handler)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_handlerMutex);
+        m_eventHandlers.emplace(number, std::move(handler));
+    }
+    if (m_eventDispatcher == nullptr) {
+        warnMissing(EventDispatcherName, "not subscribed:", number);
+        return -1;
+    }
+    return m_eventDispatcher->subscribe(number, std::string(m_name));
+}
+
+int MessageHandler::sendCommand(int number, int size, const void* data, int replySize, void* reply)
+{
+    if (m_commandDispatcher == nullptr) {
+        warnMissing(CommandDispatcherName, "command not sent:", number);
+        return -1;
+    }
+    kpf::IMessage* message = m_commandDispatcher->createMessage(number, size, data, m_name.c_str());
+    kpf::IResponse* response = nullptr;
+    const int result = m_commandDispatcher->send(&message, &response, kpf::CommandSendMode);
+
+    if (response != nullptr && response->size() == replySize && replySize > 0 && reply != nullptr) {
+        const void* replyData = response->data();
+        if (replyData != nullptr)
+            std::memcpy(reply, replyData, static_cast<std::size_t>(replySize));
+    }
+
+    // The response goes before the message it answers.
+    void* releasing = response;
+    m_commandDispatcher->release(&releasing);
+    releasing = message;
+    m_commandDispatcher->release(&releasing);
+    return result;
+}
+
+kpf::IMessage* MessageHandler::createEvent(int number, int size, const void* data)
+{
+    if (m_eventDispatcher == nullptr) {
+        warnMissing(EventDispatcherName, "event not sent:", number);
+        return nullptr;
+    }
+    return m_eventDispatcher->createMessage(number, size, data, m_name.c_str());
+}
+
+void MessageHandler::postEvent(int number, int size, const void* data)
+{
+    kpf::IMessage* message = createEvent(number, size, data);
+    if (message != nullptr)
+        m_eventDispatcher->post(&message);
+}
+
+void MessageHandler::sendEvent(int number, int size, const void* data)
+{
+    kpf::IMessage* message = createEvent(number, size, data);
+    if (message != nullptr)
+        m_eventDispatcher->send(&message, kpf::EventSendMode);
+}
+
+} // namespace Message
+} // namespace LCD
