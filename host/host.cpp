@@ -41,8 +41,13 @@ bool Host::load(const std::string& path)
         return false;
     callPluginit(&m_api);
     for (std::size_t index = 0; index < componentInfos().size(); ++index) {
-        if (createComponent(index) == nullptr)
+        if (createComponent(index) == nullptr) {
+            // All or nothing: a half-created plug-in is not left behind.
+            const std::string error = m_error;
+            unload();
+            m_error = error;
             return false;
+        }
     }
     return true;
 }

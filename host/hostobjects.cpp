@@ -76,7 +76,7 @@ HostMessage* ObjectStore::find(const kpf::IMessage* message) const
     return found == m_messages.end() ? nullptr : found->second.get();
 }
 
-bool ObjectStore::release(const void* object)
+ObjectStore::Released ObjectStore::release(const void* object)
 {
     // Destroy outside the lock: a message's destructor is plain, but keep
     // the habit of never running foreign code under it.
@@ -92,7 +92,9 @@ bool ObjectStore::release(const void* object)
             m_responses.erase(r);
         }
     }
-    return message || response;
+    if (message)
+        return Released::Message;
+    return response ? Released::Response : Released::Nothing;
 }
 
 std::size_t ObjectStore::liveCount() const

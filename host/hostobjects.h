@@ -75,8 +75,9 @@ public:
     // Hands a live message back to the caller, or null if it is not ours.
     std::unique_ptr<HostMessage> take(const kpf::IMessage* message);
     HostMessage* find(const kpf::IMessage* message) const;
-    // Frees a message or a response; false if the address is not ours.
-    bool release(const void* object);
+    enum class Released { Nothing, Message, Response };
+    // Frees a message or a response; Nothing if the address is not ours.
+    Released release(const void* object);
 
     std::size_t liveCount() const;
 

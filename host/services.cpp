@@ -21,7 +21,7 @@ std::string senderText(const char* sender)
 // subscriber's to the same command).
 void dropReply(ObjectStore& store, const kpf::IMessage* reply)
 {
-    if (reply != nullptr && !store.release(reply))
+    if (reply != nullptr && store.release(reply) == ObjectStore::Released::Nothing)
         std::fprintf(stderr, "host: a handler returned a reply the host did not create\n");
 }
 } // namespace
@@ -122,14 +122,24 @@ kpf::IMessage* CommandDispatcher::createMessage(int number, int size, const void
 
 void CommandDispatcher::release(void** object)
 {
-    if (object == nullptr || *object == nullptr)
-        return;
-    if (!m_store.release(*object)) {
-        std::fprintf(stderr, "host: release of an object the host does not own: %p\n", *object);
-        std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_foreignReleases;
+    Release what = Release::Null;
+    if (object != nullptr && *object != nullptr) {
+        switch (m_store.release(*object)) {
+        case ObjectStore::Released::Message:
+            what = Release::Message;
+            break;
+        case ObjectStore::Released::Response:
+            what = Release::Response;
+            break;
+        case ObjectStore::Released::Nothing:
+            what = Release::Foreign;
+            std::fprintf(stderr, "host: release of an object the host does not own: %p\n", *object);
+            break;
+        }
+        *object = nullptr;
     }
-    *object = nullptr;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_releases.push_back(what);
 }
 
 int CommandDispatcher::send(kpf::IMessage** message, kpf::IResponse** response, int mode)
@@ -204,10 +214,16 @@ std::unique_ptr<HostResponse> CommandDispatcher::route(const HostMessage& comman
     return response;
 }
 
-int CommandDispatcher::foreignReleases() const
+std::vector<CommandDispatcher::Release> CommandDispatcher::releases() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_foreignReleases;
+    return m_releases;
+}
+
+void CommandDispatcher::clearReleases()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_releases.clear();
 }
 
 EventDispatcher::EventDispatcher(ObjectStore& store, Recorder& recorder, Subscriptions& subscriptions)

@@ -136,8 +136,11 @@ public:
     // reply, if any, and whether anyone received it.
     std::unique_ptr<HostResponse> route(const HostMessage& command, bool* received);
 
-    // Releases of addresses that were not ours (each is also a stderr line).
-    int foreignReleases() const;
+    // What each release call freed, in order: a null pointer, a message, a
+    // response, or an address that was not ours (also a stderr line).
+    enum class Release { Null, Message, Response, Foreign };
+    std::vector<Release> releases() const;
+    void clearReleases();
 
 private:
     ObjectStore& m_store;
@@ -145,7 +148,7 @@ private:
     Subscriptions& m_subscriptions;
     mutable std::mutex m_mutex;
     std::map<std::uint32_t, std::shared_ptr<const Responder>> m_responders;
-    int m_foreignReleases = 0;
+    std::vector<Release> m_releases;
 };
 
 class EventDispatcher final : public kpf::IEventDispatcher

@@ -26,9 +26,10 @@ QString hexNumber(int number)
            QString::number(kpf::wireWord(number), 16).toUpper().rightJustified(8, QLatin1Char('0'));
 }
 
-void warnMissing(const char* service, const char* what, int number)
+// Takes the logger made at the call site, so the warning names that function.
+void warnMissing(QDebug warning, const char* service, const char* what, int number)
 {
-    EDIDVM_WARNING() << "service" << service << "is missing," << what << qPrintable(hexNumber(number));
+    warning << "service" << service << "is missing," << what << qPrintable(hexNumber(number));
 }
 
 } // namespace
@@ -100,7 +101,7 @@ int MessageHandler::registerCommand(int number, MessageHandlerFunc handler)
         m_commandHandlers.emplace(number, std::move(handler));
     }
     if (m_commandDispatcher == nullptr) {
-        warnMissing(CommandDispatcherName, "not subscribed:", number);
+        warnMissing(EDIDVM_WARNING(), CommandDispatcherName, "not subscribed:", number);
         return -1;
     }
     return m_commandDispatcher->subscribe(number, std::string(m_name));
@@ -113,7 +114,7 @@ int MessageHandler::registerEvent(int number, MessageHandlerFunc handler)
         m_eventHandlers.emplace(number, std::move(handler));
     }
     if (m_eventDispatcher == nullptr) {
-        warnMissing(EventDispatcherName, "not subscribed:", number);
+        warnMissing(EDIDVM_WARNING(), EventDispatcherName, "not subscribed:", number);
         return -1;
     }
     return m_eventDispatcher->subscribe(number, std::string(m_name));
@@ -122,7 +123,7 @@ int MessageHandler::registerEvent(int number, MessageHandlerFunc handler)
 int MessageHandler::sendCommand(int number, int size, const void* data, int replySize, void* reply)
 {
     if (m_commandDispatcher == nullptr) {
-        warnMissing(CommandDispatcherName, "command not sent:", number);
+        warnMissing(EDIDVM_WARNING(), CommandDispatcherName, "command not sent:", number);
         return -1;
     }
     kpf::IMessage* message = m_commandDispatcher->createMessage(number, size, data, m_name.c_str());
@@ -146,7 +147,7 @@ int MessageHandler::sendCommand(int number, int size, const void* data, int repl
 kpf::IMessage* MessageHandler::createEvent(int number, int size, const void* data)
 {
     if (m_eventDispatcher == nullptr) {
-        warnMissing(EventDispatcherName, "event not sent:", number);
+        warnMissing(EDIDVM_WARNING(), EventDispatcherName, "event not sent:", number);
         return nullptr;
     }
     return m_eventDispatcher->createMessage(number, size, data, m_name.c_str());
