@@ -1,5 +1,5 @@
 # Checks the built library's symbol tables: exactly the two entry points are
-# defined in the dynamic table, unversioned, and the constant tables are in
+# defined and visible in the dynamic table, unversioned, and the constant tables are in
 # the file although nothing exported refers to them.
 # Usage: cmake -DLIBRARY=<file> -DREADELF=<readelf> -P check_exports.cmake
 
@@ -14,9 +14,11 @@ string(REPLACE "\n" ";" lines "${dynsyms}")
 foreach(line IN LISTS lines)
   # Num: Value Size Type Bind Vis Ndx Name
   if(line MATCHES "^ *[0-9]+: +[0-9a-f]+ +[0-9]+ +([A-Z_]+) +([A-Z_]+) +([A-Z_]+) +([A-Z0-9_]+) +(.*)$")
+    set(bind "${CMAKE_MATCH_2}")
     set(ndx "${CMAKE_MATCH_4}")
     set(name "${CMAKE_MATCH_5}")
-    if(NOT ndx STREQUAL "UND" AND NOT name STREQUAL "")
+    # Local entries (section symbols some linkers add) are not exports.
+    if(NOT ndx STREQUAL "UND" AND NOT bind STREQUAL "LOCAL" AND NOT name STREQUAL "")
       list(APPEND defined "${name}")
     endif()
   endif()

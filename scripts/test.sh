@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# The test command: installs what it needs, builds the library and its tests
+# for x86-64 and runs them, then cross-builds the same for AArch64 and runs
+# them under qemu-user. Fails on the first failure.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=$(nproc)
+
+if [ "${EDIDVM_SKIP_INSTALL:-0}" != "1" ]; then
+  bash "$root/scripts/install-deps.sh"
+fi
+
+echo "== x86-64: build and test"
+cmake -S "$root" -B "$root/build-x86_64" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build "$root/build-x86_64" -j "$jobs"
+ctest --test-dir "$root/build-x86_64" --output-on-failure -j "$jobs"
+
+echo "== AArch64: cross-build and test under qemu-user"
+cmake -S "$root" -B "$root/build-aarch64" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_TOOLCHAIN_FILE="$root/cmake/aarch64-linux-gnu.cmake" \
+  -DEDIDVM_BUILD_BENCH=OFF -DEDIDVM_BUILD_SIM=OFF
+cmake --build "$root/build-aarch64" -j "$jobs"
+file "$root/build-aarch64/plugin/liboutputedidviewmodel.so" 2>/dev/null || true
+ctest --test-dir "$root/build-aarch64" --output-on-failure -j "$jobs"
