@@ -2,41 +2,105 @@
 
 #include "message/messagehandler.h"
 #include "protomodel/interfacerecords.h"
+#include "viewmodel/viewmodelrecords.h"
 
-#include <cstdint>
+#include <QByteArray>
+
+#include <atomic>
+#include <map>
 #include <mutex>
+#include <string>
+#include <thread>
 #include <vector>
 
 namespace Model {
 
-// The current SDI interface as another component announces it.
-struct s_SDIInterfaceInfo
-{
-    std::uint32_t sdiWord0 = 0;
-    std::uint32_t sdiWord1 = 0;
-    std::int32_t interfaceId = 0; // the SDI interface
-    std::uint32_t sdiWord3 = 0;
-};
-EDIDVM_ASSERT_SIZE(s_SDIInterfaceInfo, 16);
-EDIDVM_ASSERT_OFFSET(s_SDIInterfaceInfo, interfaceId, 8);
-
 // View model of the output-interface timing page. Not a QObject: the
 // component must be one chain of bases at one address for the host.
+//
+// Handlers run on the delivering thread. Those that take m_mutex hold it
+// across synchronous sends, so a handler reached again on the same thread
+// from such a send is refused with a warning instead of deadlocking.
 class OutputEDIDViewModel : public LCD::Message::MessageHandler
 {
 public:
+    using s_InterfaceList = LCD::ProtoModel::Interface::s_InterfaceList;
+    using s_InterfaceDetailInfo = LCD::ProtoModel::Interface::s_InterfaceDetailInfo;
+    using s_ThumbTimigCheck = LCD::ProtoModel::Interface::s_ThumbTimigCheck;
+    using s_DetailTimigCheck = LCD::ProtoModel::Interface::s_DetailTimigCheck;
+    using s_TimigCheckResultArry = LCD::ProtoModel::Interface::s_TimigCheckResultArry;
+
     OutputEDIDViewModel();
     ~OutputEDIDViewModel() override;
 
     int onInit() override;
 
+    // User-interface requests, as events to the page.
+    void showWaitingDialog(bool show);
+    void showBandWidthOverMessageBox();
+
+    // The current interface.
+    kpf::IMessage* setCurrentInterfaceInfo(const kpf::IMessage* msg);
+    kpf::IMessage* curSDIInterfaceInfo(const kpf::IMessage* msg);
+    kpf::IMessage* curInterfaceType(const kpf::IMessage* msg);
+
+    // Timing retrieval. getCurinterfaceTiming(nullptr) refreshes the page.
+    kpf::IMessage* getCurinterfaceTiming(const kpf::IMessage* msg);
+    kpf::IMessage* getInterfaceThumbfTiming(const kpf::IMessage* msg);
+
+    // Timing checks.
+    kpf::IMessage* setThumbTimingCheck(const kpf::IMessage* msg);
+    kpf::IMessage* setDetailTimingCheck(const kpf::IMessage* msg);
+    void setThumbTimingCheckResp(s_TimigCheckResultArry results);
+    void setDetailTimingCheckResp(s_TimigCheckResultArry results);
+    std::vector<s_ThumbTimigCheck> getSDIInterfaceCheckArray(const std::vector<s_ThumbTimigCheck>& checks);
+    std::vector<s_DetailTimigCheck> getSDIInterfaceDetailCheckArray(const std::vector<s_DetailTimigCheck>& checks);
+    std::vector<s_ThumbTimigCheck> putTagNameTothumbCheckArry(s_ThumbTimigCheck check);
+    std::vector<s_DetailTimigCheck> putTagNameToDetailCheckArry(s_DetailTimigCheck check);
+
+    // A fresh list of every output interface; empty when the query fails.
+    s_InterfaceDetailInfo getInterfaceDetail();
+    // Query filters: each empties the map and puts its one key in.
+    bool getCurInterfaceMap(std::map<std::string, std::string>& params);
+    bool getScreenMap(std::map<std::string, std::string>& params);
+    // The entry that is the current SDI interface, or a default record.
+    s_InterfaceList getSDIInterfaceDetail(const s_InterfaceDetailInfo& info);
+
+    // Text for a 256-byte field: at most 255 bytes, cut on a UTF-8 character
+    // boundary, so the field always keeps a terminating NUL.
+    static QByteArray fitText(const QByteArray& utf8, int fieldSize);
+
 protected:
+    // m_mutex with a record of the thread that holds it.
+    class StateLock
+    {
+    public:
+        explicit StateLock(OutputEDIDViewModel& model);
+        ~StateLock();
+        StateLock(const StateLock&) = delete;
+        StateLock& operator=(const StateLock&) = delete;
+
+    private:
+        OutputEDIDViewModel& m_model;
+    };
+
+    // A plain mutex would deadlock on a second lock from its holder.
+    bool heldByThisThread() const { return m_mutexOwner.load() == std::this_thread::get_id(); }
+
+    template <kpf::IMessage* (OutputEDIDViewModel::*Handler)(const kpf::IMessage*)>
+    LCD::Message::MessageHandlerFunc bind()
+    {
+        // Capturing only this keeps the function object allocation-free.
+        return [this](const kpf::IMessage* msg) -> const kpf::IMessage* { return (this->*Handler)(msg); };
+    }
+
     // Guarded by m_mutex.
-    LCD::ProtoModel::Interface::s_InterfaceList m_curInterfaceInfo;
+    s_InterfaceList m_curInterfaceInfo;
     std::vector<LCD::ProtoModel::Interface::s_InterfaceThumbTiming> m_interfaceTimingArry;
     std::vector<LCD::ProtoModel::Interface::s_InterfacePresetTiming> m_interfaceRefTimingArry;
     s_SDIInterfaceInfo m_curSDIInterfaceInfo;
     std::mutex m_mutex;
+    std::atomic<std::thread::id> m_mutexOwner{};
 };
 
 } // namespace Model

@@ -57,19 +57,21 @@ TEST(Plugin, ComponentOperations)
     info->deletor(other);
     info->deletor(nullptr);
 
-    // Nothing is registered yet, so the start message subscribes nothing
-    // and no message is answered.
+    // The start message subscribes the component's numbers; reserved
+    // numbers and unknown kinds reach no handler, whatever the payload.
     kpf::IMessageHandler* component = host.components().at(0);
     host.start(component);
-    EXPECT_TRUE(host.subscriptions().calls().empty());
-    for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent, 0}) {
-        for (std::uint32_t number : {0xFC051016u, 0xFC021009u, 0xFFFF0001u, 0u}) {
+    EXPECT_FALSE(host.subscriptions().calls().empty());
+    for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent, 0, -1}) {
+        for (std::uint32_t number : {0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu, 0u}) {
             char payload[840] = {};
             EXPECT_FALSE(host.deliver(component, kind, number, sizeof payload, payload));
             EXPECT_FALSE(host.deliver(component, kind, number, 840, nullptr));
             EXPECT_FALSE(host.deliver(component, kind, number, -1, payload));
         }
     }
+    for (std::uint32_t number : {0xFC051016u, 0xFC021009u})
+        EXPECT_FALSE(host.deliver(component, 0, number, 0, nullptr)) << "kind 0 is neither command nor event";
     EXPECT_TRUE(host.recorder().messages().empty());
     EXPECT_EQ(host.store().liveCount(), 0u);
 }
