@@ -20,10 +20,10 @@ namespace edidvm {
 namespace test {
 
 using namespace LCD::ProtoModel::Interface;
-using LCD::GlobalMessageHander::QueryInfo;
 using host::Bytes;
 using host::SentKind;
 using host::SentMessage;
+using LCD::GlobalMessageHander::QueryInfo;
 
 // An interface with recognisable timing words.
 inline s_InterfaceList makeInterface(std::int32_t id, std::int32_t connector = 0, std::int32_t type = 0,
