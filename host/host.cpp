@@ -22,6 +22,8 @@ Host::Host()
     m_api.setService("kpf_default_messagecenter", static_cast<kpf::IMessageCenter*>(&m_center));
     m_api.setService("commanddispatcher", static_cast<kpf::ICommandDispatcher*>(&m_commands));
     m_api.setService("eventdispatcher", static_cast<kpf::IEventDispatcher*>(&m_events));
+    m_api.setService("deviceconfigmanager", static_cast<DeviceConfigManager*>(&m_deviceConfig));
+    m_api.setService("subcardconfigmanager", static_cast<SubcardConfigManager*>(&m_subcardConfig));
 }
 
 Host::~Host()

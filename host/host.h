@@ -5,6 +5,7 @@
 // by name. Tests and the simulator run the library on it.
 
 #include "framework/componentinfo.h"
+#include "host/configservices.h"
 #include "host/hostobjects.h"
 #include "host/recorder.h"
 #include "host/services.h"
@@ -20,8 +21,8 @@ namespace host {
 class Host
 {
 public:
-    // The API object serves "kpf_default_messagecenter", "commanddispatcher"
-    // and "eventdispatcher".
+    // The API object serves "kpf_default_messagecenter", "commanddispatcher",
+    // "eventdispatcher", "deviceconfigmanager" and "subcardconfigmanager".
     Host();
     ~Host(); // unloads
 
@@ -67,6 +68,8 @@ public:
     Recorder& recorder() { return m_recorder; }
     ObjectStore& store() { return m_store; }
     Subscriptions& subscriptions() { return m_subscriptions; }
+    HostDeviceConfigManager& deviceConfig() { return m_deviceConfig; }
+    HostSubcardConfigManager& subcardConfig() { return m_subcardConfig; }
 
 private:
     struct Component
@@ -85,6 +88,8 @@ private:
     MessageCenter m_center;
     CommandDispatcher m_commands;
     EventDispatcher m_events;
+    HostDeviceConfigManager m_deviceConfig;
+    HostSubcardConfigManager m_subcardConfig;
     HostApi m_api;
 
     std::string m_path;

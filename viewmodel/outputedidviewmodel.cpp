@@ -1,11 +1,13 @@
 #include "viewmodel/outputedidviewmodel.h"
 
 #include "framework/api.h"
+#include "framework/configservices.h"
 #include "framework/idispatchers.h"
 #include "framework/ihostapi.h"
 #include "framework/imessage.h"
 #include "framework/wire.h"
 #include "message/log.h"
+#include "protomodel/configrecords.h"
 #include "protomodel/constants.h"
 #include "protomodel/queryinfo.h"
 
@@ -20,6 +22,11 @@ namespace Model {
 
 using namespace LCD::ProtoModel::Interface;
 using LCD::GlobalMessageHander::QueryInfo;
+using LCD::ProtoModel::Screen::s_AssessResult;
+using LCD::ProtoModel::Screen::s_ScreenDetail;
+using LCD::ProtoModel::Screen::s_ScreenThumbTiming;
+using LCD::ProtoModel::Screen::s_TimingAssessQuery;
+using LCD::ProtoModel::Subcard::s_SubcardQuery;
 
 namespace {
 
@@ -31,6 +38,15 @@ constexpr std::uint32_t EvGetCurrentTiming = 0xFC00060Au;
 constexpr std::uint32_t EvGetThumbTiming = 0xFC00060Bu;
 constexpr std::uint32_t EvThumbCheck = 0xFC000605u;
 constexpr std::uint32_t EvDetailCheck = 0xFC000606u;
+constexpr std::uint32_t EvPublishRefTiming = 0xFC070606u;
+constexpr std::uint32_t EvBoxAnswer = 0xFC000620u;
+constexpr std::uint32_t EvThumbChoice = 0xFC00060Cu;
+constexpr std::uint32_t EvRefChoice = 0xFC00060Du;
+constexpr std::uint32_t EvInUseAsked = 0xFC000617u;
+constexpr std::uint32_t EvInUseAsked2 = 0xFC030204u;
+constexpr std::uint32_t EvInUseAsked3 = 0xFC08021Eu;
+constexpr std::uint32_t EvChangedRefTimings = 0xFC081005u;
+constexpr std::uint32_t EvChangedThumbTimings = 0xFC081006u;
 
 // Messages sent.
 constexpr std::uint32_t CmdInterfaceDetail = 0xFC050111u;
@@ -46,9 +62,28 @@ constexpr std::uint32_t EvDetailCheckResults = 0xFC020604u;
 constexpr std::uint32_t EvShowWaiting = 0xFC0C0C0Fu;
 constexpr std::uint32_t EvHideWaiting = 0xFC0C0C10u;
 constexpr std::uint32_t EvMessageBox = 0xFC0C0C12u;
+constexpr std::uint32_t CmdScreens = 0xFC050200u;
+constexpr std::uint32_t CmdSubcards = 0xFC0D1000u;
+constexpr std::uint32_t CmdDeviceParam = 0xFC000004u;
+constexpr std::uint32_t CmdAssess = 0xFC05021Fu;
+constexpr std::uint32_t EvAssessFailed = 0xFC02022Du;
+constexpr std::uint32_t EvInUse = 0xFC02060Eu;
+constexpr std::uint32_t EvConfirmation = 0xFC030605u;
+constexpr std::uint32_t EvCommittedThumb = 0xFC020611u;
+constexpr std::uint32_t EvChangedDetail = 0xFC030601u;
+constexpr std::uint32_t EvChangedThumb = 0xFC030602u;
+constexpr std::uint32_t EvPreCheck = 0xFC000626u;
+constexpr std::uint32_t CmdWriteThumb = 0xFC051008u;
+constexpr std::uint32_t EvWritingReference = 0xFC0C0C27u;
+constexpr std::uint32_t EvWriteReference = 0xFC051009u;
 
 constexpr int BandwidthBoxId = 14;
+constexpr int ThumbConfirmationBoxId = 35;
+constexpr int ReferenceConfirmationBoxId = 36;
 constexpr int InformationBoxType = 4;
+constexpr int QuestionBoxType = 2;
+// The tag of the one check a thumb commit has judged.
+constexpr int CommitCheckTag = 3;
 
 const char ReentryWarning[] = "handler re-entered on a thread that holds the view model's lock; ignored";
 
@@ -144,14 +179,42 @@ OutputEDIDViewModel::~OutputEDIDViewModel() = default;
 int OutputEDIDViewModel::onInit()
 {
     using VM = OutputEDIDViewModel;
+    registerEvent(kpf::wireInt(EvPublishRefTiming), bind<&VM::onPutInterfaceRefTiming>());
+    registerEvent(kpf::wireInt(EvBoxAnswer), bind<&VM::setInterfaceEdidData>());
     registerEvent(kpf::wireInt(EvSetCurrentInterface), bind<&VM::setCurrentInterfaceInfo>());
     registerEvent(kpf::wireInt(EvGetCurrentTiming), bind<&VM::getCurinterfaceTiming>());
     registerEvent(kpf::wireInt(EvGetThumbTiming), bind<&VM::getInterfaceThumbfTiming>());
     registerEvent(kpf::wireInt(EvThumbCheck), bind<&VM::setThumbTimingCheck>());
     registerEvent(kpf::wireInt(EvDetailCheck), bind<&VM::setDetailTimingCheck>());
+    registerEvent(kpf::wireInt(EvThumbChoice), bind<&VM::putInterfaceThumbTiming>());
+    registerEvent(kpf::wireInt(EvRefChoice), bind<&VM::putInterfaceRefTiming>());
+    registerEvent(kpf::wireInt(EvInUseAsked), bind<&VM::getCurConnecterUsedByScreen>());
     registerEvent(kpf::wireInt(EvSDIInterface), bind<&VM::curSDIInterfaceInfo>());
     registerCommand(kpf::wireInt(CmdInterfaceType), bind<&VM::curInterfaceType>());
+    registerEvent(kpf::wireInt(EvChangedRefTimings), bind<&VM::changeInterfaceTimimg>());
+    registerEvent(kpf::wireInt(EvChangedThumbTimings), bind<&VM::changeInterfaceThumbTimimg>());
+    registerEvent(kpf::wireInt(EvInUseAsked2), bind<&VM::getCurConnecterUsedByScreen>());
+    registerEvent(kpf::wireInt(EvInUseAsked3), bind<&VM::getCurConnecterUsedByScreen>());
     return 0;
+}
+
+void OutputEDIDViewModel::adoptInterface(const s_InterfaceList& interface)
+{
+    m_curInterfaceInfo = interface;
+    m_curInterfaceId.store(interface.interfaceId);
+    m_curInterfaceType.store(interface.stAuxiliaryInfo.interfaceType);
+}
+
+std::vector<OutputEDIDViewModel::s_InterfaceThumbTiming> OutputEDIDViewModel::thumbChoice() const
+{
+    std::lock_guard<std::mutex> lock(m_choiceMutex);
+    return m_interfaceTimingArry;
+}
+
+std::vector<OutputEDIDViewModel::s_InterfacePresetTiming> OutputEDIDViewModel::referenceChoice() const
+{
+    std::lock_guard<std::mutex> lock(m_choiceMutex);
+    return m_interfaceRefTimingArry;
 }
 
 QByteArray OutputEDIDViewModel::fitText(const QByteArray& utf8, int fieldSize)
@@ -209,7 +272,7 @@ OutputEDIDViewModel::s_InterfaceDetailInfo OutputEDIDViewModel::getInterfaceDeta
 bool OutputEDIDViewModel::getCurInterfaceMap(std::map<std::string, std::string>& params)
 {
     params.clear();
-    params["interfaceId"] = std::to_string(m_curInterfaceInfo.interfaceId);
+    params["interfaceId"] = std::to_string(m_curInterfaceId.load());
     return true;
 }
 
@@ -243,7 +306,7 @@ kpf::IMessage* OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage*
         return nullptr;
     }
     StateLock lock(*this);
-    m_curInterfaceInfo = *payload<s_InterfaceList>(msg);
+    adoptInterface(*payload<s_InterfaceList>(msg));
     s_TimingDetailInfo detail = m_curInterfaceInfo.stTimingDetail;
     sendEvent(kpf::wireInt(EvDetailTiming), sizeOf<s_TimingDetailInfo>(), &detail);
     sendEvent(kpf::wireInt(EvThumbTiming), sizeOf<s_ThumbTimingInfo>(), &m_curInterfaceInfo.stThumbTiming);
@@ -275,8 +338,8 @@ kpf::IMessage* OutputEDIDViewModel::curInterfaceType(const kpf::IMessage* msg)
         EDIDVM_WARNING() << "service kpf_default_messagecenter is missing, no reply";
         return nullptr;
     }
-    return center->createMessage(msg->number(), m_name.c_str(), sizeof(std::int32_t),
-                                 &m_curInterfaceInfo.stAuxiliaryInfo.interfaceType, 0);
+    const std::int32_t type = m_curInterfaceType.load();
+    return center->createMessage(msg->number(), m_name.c_str(), sizeof type, &type, 0);
 }
 
 kpf::IMessage* OutputEDIDViewModel::getCurinterfaceTiming(const kpf::IMessage* /*msg*/)
@@ -292,7 +355,7 @@ kpf::IMessage* OutputEDIDViewModel::getCurinterfaceTiming(const kpf::IMessage* /
 
     StateLock lock(*this);
     const s_InterfaceList* found = findInterface(list, m_curInterfaceInfo.interfaceId);
-    m_curInterfaceInfo = found != nullptr ? *found : list.front();
+    adoptInterface(found != nullptr ? *found : list.front());
     sendEvent(kpf::wireInt(EvDetailTiming), sizeOf<s_TimingDetailInfo>(), &m_curInterfaceInfo.stTimingDetail);
     sendEvent(kpf::wireInt(EvThumbTiming), sizeOf<s_ThumbTimingInfo>(), &m_curInterfaceInfo.stThumbTiming);
     const s_InterfaceTimingNotice notice = noticeFor(m_curInterfaceInfo);
@@ -327,7 +390,7 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
     }
     {
         StateLock lock(*this);
-        m_curInterfaceInfo = *chosen;
+        adoptInterface(*chosen);
     }
 
     // Built from the local entry, which is what was just adopted, so the
@@ -521,6 +584,419 @@ OutputEDIDViewModel::putTagNameToDetailCheckArry(s_DetailTimigCheck check)
         expanded.push_back(check);
     }
     return expanded;
+}
+
+kpf::IMessage* OutputEDIDViewModel::putInterfaceThumbTiming(const kpf::IMessage* msg)
+{
+    if (msg->size() != sizeOf<s_InterfaceThumbTiming>() || msg->data() == nullptr) {
+        EDIDVM_WARNING() << "req does not matches.";
+        return nullptr;
+    }
+    const auto* pstThumbTiming = payload<s_InterfaceThumbTiming>(msg);
+    if (pstThumbTiming == nullptr) {
+        EDIDVM_WARNING() << "The pstThumbTiming is null.";
+        return nullptr;
+    }
+    s_InterfaceThumbTiming choice = *pstThumbTiming;
+    choice.interfaceId = m_curInterfaceId.load();
+    {
+        std::lock_guard<std::mutex> lock(m_choiceMutex);
+        m_interfaceTimingArry.assign(1, choice);
+    }
+
+    QList<s_ScreenDetailInfo> screens;
+    if (!relatedConnUsedByScreen(choice, screens)) {
+        setInterfaceThumingEdidToModel();
+        return nullptr;
+    }
+    const s_ThumbTimingInfo& timing = choice.stThumbTiming;
+    if (assessEachScreen(screens, timing.refresh, timing.width, timing.height))
+        showConfirmation(ThumbConfirmationBoxId, screens);
+    return nullptr;
+}
+
+kpf::IMessage* OutputEDIDViewModel::putInterfaceRefTiming(const kpf::IMessage* msg)
+{
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
+    if (msg->size() != sizeOf<s_InterfacePresetTiming>() || msg->data() == nullptr) {
+        EDIDVM_WARNING() << "req does not matches.";
+        return nullptr;
+    }
+    const auto* pstTimingDetail = payload<s_InterfacePresetTiming>(msg);
+    if (pstTimingDetail == nullptr) {
+        EDIDVM_WARNING() << "The pstTimingDetail is null.";
+        return nullptr;
+    }
+    s_InterfacePresetTiming choice = *pstTimingDetail;
+    {
+        StateLock lock(*this);
+        choice.interfaceId = m_curInterfaceInfo.interfaceId;
+        std::lock_guard<std::mutex> choiceLock(m_choiceMutex);
+        m_interfaceRefTimingArry.assign(1, choice);
+    }
+
+    // The impact depends only on the id and the resolution.
+    s_InterfaceThumbTiming asThumb;
+    asThumb.interfaceId = choice.interfaceId;
+    asThumb.stThumbTiming.width = choice.stTimingDetail.width;
+    asThumb.stThumbTiming.height = choice.stTimingDetail.height;
+    QList<s_ScreenDetailInfo> screens;
+    if (!relatedConnUsedByScreen(asThumb, screens)) {
+        setInterfaceDetailEdidToModel();
+        return nullptr;
+    }
+    const s_TimingDetailInfo& timing = choice.stTimingDetail;
+    if (assessEachScreen(screens, timing.refresh, timing.width, timing.height))
+        showConfirmation(ReferenceConfirmationBoxId, screens);
+    return nullptr;
+}
+
+bool OutputEDIDViewModel::assessEachScreen(const QList<s_ScreenDetailInfo>& screens, float refresh, std::int32_t width,
+                                           std::int32_t height)
+{
+    for (const s_ScreenDetailInfo& screen : screens) {
+        s_ScreenThumbTiming timing;
+        timing.screenId = screen.screenId;
+        timing.stThumbTiming.refresh = refresh;
+        timing.stThumbTiming.width = width;
+        timing.stThumbTiming.height = height;
+        if (!setThumbTimingAssess(s_ScreenThumbTimingArry{timing})) {
+            getCurinterfaceTiming(nullptr);
+            return false;
+        }
+    }
+    return true;
+}
+
+void OutputEDIDViewModel::showConfirmation(std::int32_t boxId, const QList<s_ScreenDetailInfo>& screens)
+{
+    QString names;
+    for (int i = 0; i < screens.size(); ++i) {
+        if (i > 0)
+            names += QLatin1Char(' ');
+        names += QObject::tr("screen %1").arg(screens.at(i).screenIndex + 1);
+    }
+    const QString text =
+        QObject::tr("This action will change the resolutions of the following screens: %1, Do you want to continue?")
+            .arg(names);
+
+    s_MessageBoxRequest box;
+    box.boxId = boxId;
+    const QByteArray utf8 = fitText(text.toUtf8(), sizeof box.text);
+    std::memcpy(box.text, utf8.constData(), static_cast<std::size_t>(utf8.size()));
+    box.boxType = QuestionBoxType;
+    sendEvent(kpf::wireInt(EvConfirmation), sizeOf<s_MessageBoxRequest>(), &box);
+}
+
+kpf::IMessage* OutputEDIDViewModel::onPutInterfaceRefTiming(const kpf::IMessage* /*msg*/)
+{
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
+    StateLock lock(*this);
+    const std::int32_t currentId = m_curInterfaceInfo.interfaceId;
+    s_ThumbTimingInfo timing;
+    {
+        std::lock_guard<std::mutex> choiceLock(m_choiceMutex);
+        const auto found = std::find_if(
+            m_interfaceRefTimingArry.begin(), m_interfaceRefTimingArry.end(),
+            [currentId](const s_InterfacePresetTiming& choice) { return choice.interfaceId == currentId; });
+        if (found == m_interfaceRefTimingArry.end())
+            return nullptr;
+        timing.refresh = found->stTimingDetail.refresh;
+        timing.width = found->stTimingDetail.width;
+        timing.height = found->stTimingDetail.height;
+    }
+    sendEvent(kpf::wireInt(EvCommittedThumb), sizeOf<s_ThumbTimingInfo>(), &timing);
+    return nullptr;
+}
+
+kpf::IMessage* OutputEDIDViewModel::changeInterfaceTimimg(const kpf::IMessage* msg)
+{
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
+    StateLock lock(*this);
+    if (msg->size() != sizeOf<std::vector<s_InterfacePresetTiming>>() || msg->data() == nullptr) {
+        EDIDVM_WARNING() << "resp does not matches.";
+        return nullptr;
+    }
+    const auto* timings = payload<std::vector<s_InterfacePresetTiming>>(msg);
+    if (timings == nullptr)
+        return nullptr;
+    const std::int32_t currentId = m_curInterfaceInfo.interfaceId;
+    const auto found = std::find_if(timings->begin(), timings->end(), [currentId](const s_InterfacePresetTiming& t) {
+        return t.interfaceId == currentId;
+    });
+    if (found == timings->end()) {
+        EDIDVM_WARNING() << qPrintable(QStringLiteral("could not find interfaceId(%1)'s timing info.").arg(currentId));
+        return nullptr;
+    }
+    m_curInterfaceInfo.stTimingDetail = found->stTimingDetail;
+    const s_TimingDetailInfo& detail = m_curInterfaceInfo.stTimingDetail;
+    EDIDVM_WARNING() << "Receive change interface timimg info:" << currentId << ",width: " << detail.width
+                     << ",height:" << detail.height << ",refresh:" << detail.refresh;
+    sendEvent(kpf::wireInt(EvChangedDetail), sizeOf<s_TimingDetailInfo>(), &m_curInterfaceInfo.stTimingDetail);
+    return nullptr;
+}
+
+kpf::IMessage* OutputEDIDViewModel::changeInterfaceThumbTimimg(const kpf::IMessage* msg)
+{
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
+    if (msg->size() != sizeOf<std::vector<s_InterfaceThumbTiming>>() || msg->data() == nullptr) {
+        EDIDVM_WARNING() << "resp does not matches.";
+        return nullptr;
+    }
+    const auto* timings = payload<std::vector<s_InterfaceThumbTiming>>(msg);
+    if (timings == nullptr)
+        return nullptr;
+    std::int32_t currentId = 0;
+    {
+        StateLock lock(*this);
+        currentId = m_curInterfaceInfo.interfaceId;
+    }
+    const auto found = std::find_if(timings->begin(), timings->end(), [currentId](const s_InterfaceThumbTiming& t) {
+        return t.interfaceId == currentId;
+    });
+    if (found == timings->end()) {
+        EDIDVM_WARNING() << qPrintable(QStringLiteral("could not find interfaceId(%1)'s timing info.").arg(currentId));
+        return nullptr;
+    }
+    s_InterfaceTimingNotice notice;
+    notice.noticeWord0 = found->stThumbTiming.param6;
+    notice.noticeWord1 = found->tailParam0;
+    notice.noticeWord3 = found->stThumbTiming.param4;
+    // Copied before the first send: the list is the sender's.
+    const s_ThumbTimingInfo timing = found->stThumbTiming;
+    sendEvent(kpf::wireInt(EvTimingNotice), sizeOf<s_InterfaceTimingNotice>(), &notice);
+    sendEvent(kpf::wireInt(EvChangedThumb), sizeOf<s_ThumbTimingInfo>(), &timing);
+    return nullptr;
+}
+
+bool OutputEDIDViewModel::relatedConnUsedByScreen(s_InterfaceThumbTiming timing, QList<s_ScreenDetailInfo>& screens)
+{
+    const std::int32_t id = timing.interfaceId;
+    // Looked up on every call, never kept.
+    kpf::IHostApi* api = kpf::api::get().hostApi;
+    auto* subcardService =
+        api != nullptr ? static_cast<SubcardConfigManager*>(api->findService("subcardconfigmanager")) : nullptr;
+    auto* deviceService =
+        api != nullptr ? static_cast<DeviceConfigManager*>(api->findService("deviceconfigmanager")) : nullptr;
+    if (subcardService == nullptr || deviceService == nullptr) {
+        EDIDVM_WARNING() << "Not find the pSubcardCfgMgr or pDeviceCfgMgr";
+        return false;
+    }
+
+    QueryInfo<s_ScreenDetail> screenQuery;
+    screenQuery.filter = [this](std::map<std::string, std::string>& params) { return getScreenMap(params); };
+    QueryInfo<s_ScreenDetail>* screenPointer = &screenQuery;
+    sendCommand(kpf::wireInt(CmdScreens), sizeof screenPointer, &screenPointer, 0, nullptr);
+
+    QueryInfo<s_InterfaceDetailInfo> interfaceQuery;
+    QueryInfo<s_InterfaceDetailInfo>* interfacePointer = &interfaceQuery;
+    sendCommand(kpf::wireInt(CmdInterfaceDetail), sizeof interfacePointer, &interfacePointer, 0, nullptr);
+
+    QueryInfo<s_SubcardQuery> subcardQuery;
+    subcardQuery.info.request = 1;
+    QueryInfo<s_SubcardQuery>* subcardPointer = &subcardQuery;
+    sendCommand(kpf::wireInt(CmdSubcards), sizeof subcardPointer, &subcardPointer, 0, nullptr);
+
+    std::int32_t deviceParam = -1;
+    sendCommand(kpf::wireInt(CmdDeviceParam), 0, nullptr, sizeof deviceParam, &deviceParam);
+
+    const std::vector<s_InterfaceList>& interfaces = interfaceQuery.info.stInterfaceListArry;
+    const auto target = std::find_if(interfaces.begin(), interfaces.end(), [&timing, id](const s_InterfaceList& entry) {
+        return entry.interfaceId == id && (entry.stThumbTiming.width != timing.stThumbTiming.width ||
+                                           entry.stThumbTiming.height != timing.stThumbTiming.height);
+    });
+    if (target == interfaces.end()) {
+        EDIDVM_WARNING() << "Not find the interface: id:" << id;
+        return false;
+    }
+
+    const std::int32_t subcardValue = deviceService->subcardOfSlot(target->slotId);
+    const auto& subcards = subcardQuery.info.stSubcardInfoArry;
+    const auto subcard = std::find_if(subcards.begin(), subcards.end(),
+                                      [&target](const auto& entry) { return entry.slotId == target->slotId; });
+    if (subcard == subcards.end()) {
+        EDIDVM_WARNING() << "Not find the subcard: slotId:" << target->slotId;
+        return false;
+    }
+    const auto connector =
+        std::find_if(subcard->stConnectorArry.begin(), subcard->stConnectorArry.end(),
+                     [&target](const auto& entry) { return entry.connectorId == target->connectorId; });
+    if (connector == subcard->stConnectorArry.end())
+        return false;
+
+    const std::vector<int> related =
+        subcardService->relatedConnectors(subcardValue, connector->connectorKey, deviceParam);
+    for (const s_ScreenDetailInfo& screen : screenQuery.info.stScreenDetailInfoArry) {
+        // Every output counts: a screen fed twice is listed twice.
+        for (const auto& output : screen.stOutputDetailArry) {
+            const s_InterfaceList* feeding = findInterface(interfaces, output.interfaceId);
+            if (feeding == nullptr)
+                continue;
+            const bool tied = std::find(related.begin(), related.end(), feeding->connectorId) != related.end();
+            if (tied && !feeding->stAuxiliaryInfo.usedByScreen.empty())
+                screens.append(screen);
+        }
+    }
+    return !screens.isEmpty();
+}
+
+bool OutputEDIDViewModel::setThumbTimingAssess(s_ScreenThumbTimingArry timings)
+{
+    QueryInfo<s_TimingAssessQuery> query;
+    query.info.stScreenThumbTimingArry = std::move(timings);
+    QueryInfo<s_TimingAssessQuery>* pointer = &query;
+    std::uint8_t carriedOut = 0;
+    sendCommand(kpf::wireInt(CmdAssess), sizeof pointer, &pointer, sizeof carriedOut, &carriedOut);
+    if (carriedOut == 0) {
+        EDIDVM_WARNING() << "Fail to assess interface timing.";
+        return false;
+    }
+    for (const s_AssessResult& result : query.info.stAssessResultArry) {
+        if (result.code != 0) {
+            std::int32_t code = result.code;
+            postEvent(kpf::wireInt(EvAssessFailed), sizeof code, &code);
+            return false;
+        }
+    }
+    return true;
+}
+
+kpf::IMessage* OutputEDIDViewModel::getCurConnecterUsedByScreen(const kpf::IMessage* /*msg*/)
+{
+    QueryInfo<s_InterfaceDetailInfo> query;
+    query.filter = [this](std::map<std::string, std::string>& params) { return getCurInterfaceMap(params); };
+    QueryInfo<s_InterfaceDetailInfo>* pointer = &query;
+    sendCommand(kpf::wireInt(CmdInterfaceDetail), sizeof pointer, &pointer, 0, nullptr);
+    const auto& list = query.info.stInterfaceListArry;
+    if (list.empty())
+        return nullptr;
+    const std::uint8_t used = list.front().stAuxiliaryInfo.usedByScreen.empty() ? 0 : 1;
+    sendEvent(kpf::wireInt(EvInUse), sizeof used, &used);
+    return nullptr;
+}
+
+kpf::IMessage* OutputEDIDViewModel::setInterfaceEdidData(const kpf::IMessage* msg)
+{
+    if (msg->size() != sizeOf<s_MessageBoxRequest>() || msg->data() == nullptr) {
+        EDIDVM_WARNING() << "Msg does not matches.";
+        return nullptr;
+    }
+    s_MessageBoxRequest answer;
+    std::memcpy(&answer, msg->data(), sizeof answer);
+    const bool known = answer.boxId == ThumbConfirmationBoxId || answer.boxId == ReferenceConfirmationBoxId;
+    if (!known) {
+        EDIDVM_WARNING() << "Msg type is not correct";
+        return nullptr;
+    }
+    if (answer.result == 0)
+        getCurinterfaceTiming(nullptr);
+    else if (answer.boxId == ThumbConfirmationBoxId)
+        setInterfaceThumingEdidToModel();
+    else
+        setInterfaceDetailEdidToModel();
+    return nullptr;
+}
+
+void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
+{
+    // The commit works on its own copy: the 24-byte payload below is this
+    // vector, read by the receiver during the command.
+    std::vector<s_InterfaceThumbTiming> choice = thumbChoice();
+    if (choice.empty()) {
+        EDIDVM_WARNING() << "m_interfaceTimingArry is empty";
+        return;
+    }
+    const std::int32_t currentId = m_curInterfaceId.load();
+    const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, currentId);
+    if (current == nullptr) {
+        EDIDVM_WARNING() << "Not find input source. interfaceid:" << currentId;
+        return;
+    }
+
+    s_ThumbTimigCheck check;
+    check.interfaceId = currentId;
+    check.tagName = CommitCheckTag;
+    check.stThumbTiming = choice.front().stThumbTiming;
+    check.checkParam0 = current->checkParam0;
+    check.checkParam1 = current->checkParam1;
+    sendEvent(kpf::wireInt(EvPreCheck), sizeOf<s_ThumbTimigCheck>(), &check);
+
+    QueryInfo<s_TimigCheckQuery> query;
+    query.info.stThumbCheckArry.push_back(check);
+    QueryInfo<s_TimigCheckQuery>* pointer = &query;
+    sendCommand(kpf::wireInt(CmdThumbCheck), sizeof pointer, &pointer, 0, nullptr);
+    for (const s_TimigCheckResult& result : query.info.stCheckResultArry) {
+        if (result.interfaceId != currentId)
+            continue;
+        // Whole hertz: 5994 allows 59 Hz but not 59.94.
+        const float maxRefresh = static_cast<float>(result.maxFrameRate / 100);
+        if (result.overBandwidth != 0 || result.bandwidthNeeded > result.bandwidthLimit ||
+            maxRefresh < check.stThumbTiming.refresh) {
+            showBandWidthOverMessageBox();
+            return;
+        }
+    }
+
+    std::uint8_t answer = 0;
+    showWaitingDialog(true);
+    sendCommand(kpf::wireInt(CmdWriteThumb), sizeof choice, &choice, sizeof answer, &answer);
+    showWaitingDialog(false);
+    if (answer != 0) {
+        getCurinterfaceTiming(nullptr);
+        return;
+    }
+    const auto committed =
+        std::find_if(choice.begin(), choice.end(),
+                     [currentId](const s_InterfaceThumbTiming& timing) { return timing.interfaceId == currentId; });
+    if (committed != choice.end())
+        sendEvent(kpf::wireInt(EvCommittedThumb), sizeOf<s_ThumbTimingInfo>(), &committed->stThumbTiming);
+}
+
+void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
+{
+    std::vector<s_InterfacePresetTiming> choice = referenceChoice();
+    if (choice.empty()) {
+        EDIDVM_WARNING() << "m_interfaceRefTimingArry is empty";
+        return;
+    }
+    const std::int32_t currentId = m_curInterfaceId.load();
+    const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    if (findInterface(detail.stInterfaceListArry, currentId) == nullptr) {
+        EDIDVM_WARNING() << "Not find input source. interfaceid:" << currentId;
+        return;
+    }
+
+    // The stored timing is not part of the query: the service judges the
+    // interface as it stands.
+    QueryInfo<s_TimigCheckQuery> query;
+    QueryInfo<s_TimigCheckQuery>* pointer = &query;
+    sendCommand(kpf::wireInt(CmdDetailCheck), sizeof pointer, &pointer, 0, nullptr);
+    for (const s_TimigCheckResult& result : query.info.stCheckResultArry) {
+        if (result.interfaceId == currentId &&
+            (result.overBandwidth != 0 || result.bandwidthNeeded > result.bandwidthLimit)) {
+            showBandWidthOverMessageBox();
+            return;
+        }
+    }
+
+    const std::int32_t writing = 1;
+    showWaitingDialog(true);
+    sendEvent(kpf::wireInt(EvWritingReference), sizeof writing, &writing);
+    sendEvent(kpf::wireInt(EvWriteReference), sizeof choice, &choice);
+    showWaitingDialog(false);
 }
 
 } // namespace Model

@@ -2,9 +2,11 @@
 
 #include "message/messagehandler.h"
 #include "protomodel/interfacerecords.h"
+#include "protomodel/screenrecords.h"
 #include "viewmodel/viewmodelrecords.h"
 
 #include <QByteArray>
+#include <QList>
 
 #include <atomic>
 #include <map>
@@ -29,6 +31,10 @@ public:
     using s_ThumbTimigCheck = LCD::ProtoModel::Interface::s_ThumbTimigCheck;
     using s_DetailTimigCheck = LCD::ProtoModel::Interface::s_DetailTimigCheck;
     using s_TimigCheckResultArry = LCD::ProtoModel::Interface::s_TimigCheckResultArry;
+    using s_InterfaceThumbTiming = LCD::ProtoModel::Interface::s_InterfaceThumbTiming;
+    using s_InterfacePresetTiming = LCD::ProtoModel::Interface::s_InterfacePresetTiming;
+    using s_ScreenDetailInfo = LCD::ProtoModel::Screen::s_ScreenDetailInfo;
+    using s_ScreenThumbTimingArry = LCD::ProtoModel::Screen::s_ScreenThumbTimingArry;
 
     OutputEDIDViewModel();
     ~OutputEDIDViewModel() override;
@@ -57,6 +63,24 @@ public:
     std::vector<s_DetailTimigCheck> getSDIInterfaceDetailCheckArray(const std::vector<s_DetailTimigCheck>& checks);
     std::vector<s_ThumbTimigCheck> putTagNameTothumbCheckArry(s_ThumbTimigCheck check);
     std::vector<s_DetailTimigCheck> putTagNameToDetailCheckArry(s_DetailTimigCheck check);
+
+    // Timing apply: the page's choice, stored, assessed and confirmed.
+    kpf::IMessage* putInterfaceThumbTiming(const kpf::IMessage* msg);
+    kpf::IMessage* putInterfaceRefTiming(const kpf::IMessage* msg);
+    kpf::IMessage* onPutInterfaceRefTiming(const kpf::IMessage* msg);
+    kpf::IMessage* changeInterfaceTimimg(const kpf::IMessage* msg);
+    kpf::IMessage* changeInterfaceThumbTimimg(const kpf::IMessage* msg);
+
+    // Screen impact and assessment.
+    bool relatedConnUsedByScreen(s_InterfaceThumbTiming timing, QList<s_ScreenDetailInfo>& screens);
+    bool setThumbTimingAssess(s_ScreenThumbTimingArry timings);
+    kpf::IMessage* getCurConnecterUsedByScreen(const kpf::IMessage* msg);
+
+    // The commit: the user's answer, and the two stored choices handed on
+    // for writing after the bandwidth pre-check.
+    kpf::IMessage* setInterfaceEdidData(const kpf::IMessage* msg);
+    void setInterfaceThumingEdidToModel();
+    void setInterfaceDetailEdidToModel();
 
     // A fresh list of every output interface; empty when the query fails.
     s_InterfaceDetailInfo getInterfaceDetail();
@@ -87,6 +111,19 @@ protected:
     // A plain mutex would deadlock on a second lock from its holder.
     bool heldByThisThread() const { return m_mutexOwner.load() == std::this_thread::get_id(); }
 
+    // Replaces the current interface; the caller holds m_mutex.
+    void adoptInterface(const s_InterfaceList& interface);
+    // The confirmation box for the affected screens, box 35 or 36.
+    void showConfirmation(std::int32_t boxId, const QList<s_ScreenDetailInfo>& screens);
+    // Assesses the timing for each screen in turn, stopping at the first
+    // refusal.
+    bool assessEachScreen(const QList<s_ScreenDetailInfo>& screens, float refresh, std::int32_t width,
+                          std::int32_t height);
+    // Copies of the stored choices, taken under m_choiceMutex: a commit sends
+    // its own copy, so a new choice may arrive meanwhile.
+    std::vector<s_InterfaceThumbTiming> thumbChoice() const;
+    std::vector<s_InterfacePresetTiming> referenceChoice() const;
+
     template <kpf::IMessage* (OutputEDIDViewModel::*Handler)(const kpf::IMessage*)>
     LCD::Message::MessageHandlerFunc bind()
     {
@@ -96,11 +133,19 @@ protected:
 
     // Guarded by m_mutex.
     s_InterfaceList m_curInterfaceInfo;
-    std::vector<LCD::ProtoModel::Interface::s_InterfaceThumbTiming> m_interfaceTimingArry;
-    std::vector<LCD::ProtoModel::Interface::s_InterfacePresetTiming> m_interfaceRefTimingArry;
+    // Guarded by m_choiceMutex, which is never held across a send.
+    std::vector<s_InterfaceThumbTiming> m_interfaceTimingArry;
+    std::vector<s_InterfacePresetTiming> m_interfaceRefTimingArry;
+    // Guarded by m_mutex.
     s_SDIInterfaceInfo m_curSDIInterfaceInfo;
     std::mutex m_mutex;
     std::atomic<std::thread::id> m_mutexOwner{};
+    // Taken inside m_mutex where both are needed, never the other way round.
+    mutable std::mutex m_choiceMutex;
+    // Copies of fields of m_curInterfaceInfo for the readers that take no
+    // lock; written together with it.
+    std::atomic<std::int32_t> m_curInterfaceId{0};
+    std::atomic<std::int32_t> m_curInterfaceType{0};
 };
 
 } // namespace Model

@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 using edidvm::host::Bytes;
 using edidvm::host::Host;
@@ -35,7 +36,17 @@ TEST(Slots, HostObjectsAnswerAtTheirPositions)
     EXPECT_EQ(commands, static_cast<kpf::ICommandDispatcher*>(&host.commands()));
     EXPECT_EQ(events, static_cast<kpf::IEventDispatcher*>(&host.events()));
     EXPECT_EQ(center, static_cast<kpf::IMessageCenter*>(&host.messageCenter()));
-    EXPECT_EQ(callSlot<void*>(api, 3, "deviceconfigmanager"), nullptr);
+    EXPECT_EQ(callSlot<void*>(api, 3, "no such service"), nullptr);
+
+    // Configuration services: 6 subcardOfSlot, 8 relatedConnectors.
+    host.deviceConfig().setAnswer([](std::int32_t slot) { return slot * 10; });
+    host.subcardConfig().setAnswer([](std::int32_t subcard, std::int32_t key, std::int32_t param) {
+        return std::vector<int>{subcard, key, param};
+    });
+    void* device = callSlot<void*>(api, 3, "deviceconfigmanager");
+    void* subcard = callSlot<void*>(api, 3, "subcardconfigmanager");
+    EXPECT_EQ(callSlot<std::int32_t>(device, 6, 4), 40);
+    EXPECT_EQ(callSlot<std::vector<int>>(subcard, 8, 1, 2, -1), (std::vector<int>{1, 2, -1}));
 
     // Command dispatcher: 0 createMessage, 1 release, 2 send, 4 subscribe.
     host.commands().setResponder(0xFC000004u, [](const kpf::IMessage&) { return Bytes{7, 0, 0, 0}; });

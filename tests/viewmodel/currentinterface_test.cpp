@@ -36,10 +36,11 @@ TEST_F(CurrentInterfaceTest, RegistersItsNumbersAndEachAnswersOnlyToItsKind)
         host::Channel channel;
         std::uint32_t number;
     };
-    const Row table[] = {{host::Channel::Event, 0xFC021009u},  {host::Channel::Event, 0xFC00060Au},
-                         {host::Channel::Event, 0xFC00060Bu},  {host::Channel::Event, 0xFC000605u},
-                         {host::Channel::Event, 0xFC000606u},  {host::Channel::Event, 0xFC031007u},
-                         {host::Channel::Command, 0xFC051016u}};
+    const host::Channel E = host::Channel::Event;
+    const Row table[] = {{E, 0xFC070606u}, {E, 0xFC000620u}, {E, 0xFC021009u}, {E, 0xFC00060Au},
+                         {E, 0xFC00060Bu}, {E, 0xFC000605u}, {E, 0xFC000606u}, {E, 0xFC00060Cu},
+                         {E, 0xFC00060Du}, {E, 0xFC000617u}, {E, 0xFC031007u}, {host::Channel::Command, 0xFC051016u},
+                         {E, 0xFC081005u}, {E, 0xFC081006u}, {E, 0xFC030204u}, {E, 0xFC08021Eu}};
     const auto calls = host.subscriptions().calls();
     ASSERT_EQ(calls.size(), std::size(table));
     for (std::size_t i = 0; i < calls.size(); ++i) {

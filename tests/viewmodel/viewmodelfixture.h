@@ -7,13 +7,17 @@
 #include "common/warningcapture.h"
 #include "framework/wire.h"
 #include "host/host.h"
+#include "protomodel/configrecords.h"
 #include "protomodel/interfacerecords.h"
 #include "protomodel/queryinfo.h"
+#include "viewmodel/viewmodelrecords.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace edidvm {
@@ -24,6 +28,9 @@ using host::Bytes;
 using host::SentKind;
 using host::SentMessage;
 using LCD::GlobalMessageHander::QueryInfo;
+using namespace LCD::ProtoModel::Screen;
+using namespace LCD::ProtoModel::Subcard;
+using Parameters = std::map<std::string, std::string>;
 
 // An interface with recognisable timing words.
 inline s_InterfaceList makeInterface(std::int32_t id, std::int32_t connector = 0, std::int32_t type = 0,
@@ -71,10 +78,59 @@ protected:
         ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH)) << host.error();
         component = host.components().at(0);
 
+        // The interface list honours the "interfaceId" filter, as the
+        // device-configuration side does.
         host.commands().setResponder(0xFC050111u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command))
-                query->info.stInterfaceListArry = interfaces;
+            auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command);
+            if (query == nullptr)
+                return std::nullopt;
+            Parameters params;
+            if (query->filter)
+                query->filter(params);
+            interfaceFiltersSeen.push_back(params);
+            for (const s_InterfaceList& entry : interfaces) {
+                const auto wanted = params.find("interfaceId");
+                if (wanted == params.end() || wanted->second == std::to_string(entry.interfaceId))
+                    query->info.stInterfaceListArry.push_back(entry);
+            }
             return std::nullopt;
+        });
+        host.commands().setResponder(0xFC050200u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
+            if (auto* query = host::payloadAddress<QueryInfo<s_ScreenDetail>>(command)) {
+                Parameters params;
+                if (query->filter)
+                    query->filter(params);
+                screenFiltersSeen.push_back(params);
+                query->info.stScreenDetailInfoArry = screens;
+            }
+            return std::nullopt;
+        });
+        host.commands().setResponder(0xFC0D1000u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
+            if (auto* query = host::payloadAddress<QueryInfo<s_SubcardQuery>>(command)) {
+                subcardRequestsSeen.push_back(query->info.request);
+                query->info.stSubcardInfoArry = subcards;
+            }
+            return std::nullopt;
+        });
+        host.commands().setResponder(0xFC000004u,
+                                     [this](const kpf::IMessage&) -> std::optional<Bytes> { return deviceParamReply; });
+        // One answer per assessment, in order; past the list, accepted.
+        host.commands().setResponder(0xFC05021Fu, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
+            auto* query = host::payloadAddress<QueryInfo<s_TimingAssessQuery>>(command);
+            if (query == nullptr)
+                return std::nullopt;
+            assessedTimings.push_back(query->info.stScreenThumbTimingArry);
+            const std::size_t call = assessedTimings.size() - 1;
+            const Assessment answer = call < assessments.size() ? assessments[call] : Assessment();
+            query->info.stAssessResultArry = answer.results;
+            return answer.carriedOut;
+        });
+        host.commands().setResponder(0xFC051008u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
+            // The payload is the vector object itself; its elements are the
+            // sender's and readable while the command lasts.
+            if (command.size() == 24 && command.data() != nullptr)
+                thumbWritten.push_back(*static_cast<const std::vector<s_InterfaceThumbTiming>*>(command.data()));
+            return writeAnswer;
         });
         host.commands().setResponder(0xFC08100Au,
                                      [this](const kpf::IMessage&) -> std::optional<Bytes> { return selectedReply; });
@@ -92,6 +148,8 @@ protected:
         host.recorder().setHook([this](const SentMessage& sent, const void* data) {
             if ((sent.number == 0xFC020603u || sent.number == 0xFC020604u) && sent.size == 24 && data != nullptr)
                 resultEvents.push_back({sent.number, *static_cast<const s_TimigCheckResultArry*>(data)});
+            if (sent.number == 0xFC051009u && sent.size == 24 && data != nullptr)
+                referenceWritten.push_back(*static_cast<const std::vector<s_InterfacePresetTiming>*>(data));
         });
 
         host.start(component);
@@ -136,15 +194,32 @@ protected:
     host::Host host;
     kpf::IMessageHandler* component = nullptr;
 
+    struct Assessment
+    {
+        std::optional<Bytes> carriedOut = Bytes{1}; // the one-byte reply
+        std::vector<s_AssessResult> results;
+    };
+
     // What the stand-in components answer.
     std::vector<s_InterfaceList> interfaces;
     std::optional<Bytes> selectedReply; // reply to 0xFC08100A; none by default
     s_TimigCheckResultArry checkResults;
+    std::vector<s_ScreenDetailInfo> screens;
+    std::vector<s_SubcardInfo> subcards;
+    std::optional<Bytes> deviceParamReply; // reply to 0xFC000004; none by default
+    std::vector<Assessment> assessments;   // one per 0xFC05021F, in order
+    std::optional<Bytes> writeAnswer;      // reply to 0xFC051008; none by default
 
     // What they saw.
     std::vector<s_ThumbTimigCheck> thumbChecksSeen;
     std::vector<s_DetailTimigCheck> detailChecksSeen;
     std::vector<std::pair<std::uint32_t, s_TimigCheckResultArry>> resultEvents;
+    std::vector<Parameters> interfaceFiltersSeen;
+    std::vector<Parameters> screenFiltersSeen;
+    std::vector<std::int32_t> subcardRequestsSeen;
+    std::vector<s_ScreenThumbTimingArry> assessedTimings;
+    std::vector<std::vector<s_InterfaceThumbTiming>> thumbWritten;
+    std::vector<std::vector<s_InterfacePresetTiming>> referenceWritten;
 };
 
 } // namespace test
