@@ -1,0 +1,1 @@
+#include "viewmodel/viewmodelfixture.h"
