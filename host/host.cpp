@@ -37,19 +37,30 @@ bool Host::fail(const std::string& what)
     return false;
 }
 
+bool Host::failAndUnload(const std::string& what)
+{
+    fail(what);
+    return unloadKeepingError();
+}
+
+bool Host::unloadKeepingError()
+{
+    const std::string error = m_error;
+    unload();
+    m_error = error;
+    return false;
+}
+
 bool Host::load(const std::string& path)
 {
     if (!open(path))
         return false;
     callPluginit(&m_api);
+    if (!readDescription())
+        return false;
     for (std::size_t index = 0; index < componentInfos().size(); ++index) {
-        if (createComponent(index) == nullptr) {
-            // All or nothing: a half-created plug-in is not left behind.
-            const std::string error = m_error;
-            unload();
-            m_error = error;
-            return false;
-        }
+        if (createComponent(index) == nullptr)
+            return unloadKeepingError();
     }
     return true;
 }
@@ -65,25 +76,26 @@ bool Host::open(const std::string& path)
         const char* reason = dlerror();
         return fail(std::string("cannot be loaded: ") + (reason != nullptr ? reason : "unknown reason"));
     }
-
     // POSIX allows converting a data pointer from dlsym to a function pointer.
     m_pluginit = reinterpret_cast<PluginitFn>(dlsym(m_library, "pluginit"));
-    const auto pluginfo = reinterpret_cast<PluginfoFn>(dlsym(m_library, "pluginfo"));
-    bool ok = true;
+    m_pluginfo = reinterpret_cast<PluginfoFn>(dlsym(m_library, "pluginfo"));
     if (m_pluginit == nullptr)
-        ok = fail("has no entry point pluginit");
-    else if (pluginfo == nullptr)
-        ok = fail("has no entry point pluginfo");
-    else if ((m_info = pluginfo()) == nullptr)
-        ok = fail("pluginfo returned no description");
-    else if (m_info->components == nullptr || m_info->components[0] == nullptr)
-        ok = fail("describes no component");
-    if (!ok) {
-        const std::string error = m_error;
-        unload();
-        m_error = error;
-    }
-    return ok;
+        return failAndUnload("has no entry point pluginit");
+    if (m_pluginfo == nullptr)
+        return failAndUnload("has no entry point pluginfo");
+    return true;
+}
+
+bool Host::readDescription()
+{
+    if (m_pluginfo == nullptr)
+        return fail("is not open");
+    m_info = m_pluginfo();
+    if (m_info == nullptr)
+        return failAndUnload("pluginfo returned no description");
+    if (m_info->components == nullptr || m_info->components[0] == nullptr)
+        return failAndUnload("describes no component");
+    return true;
 }
 
 void Host::callPluginit(kpf::IHostApi* api)
@@ -161,6 +173,7 @@ void Host::unload()
     }
     m_info = nullptr;
     m_pluginit = nullptr;
+    m_pluginfo = nullptr;
     if (m_library != nullptr) {
         dlclose(m_library);
         m_library = nullptr;

@@ -29,13 +29,17 @@ public:
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    // The whole start-up: open, pluginit with our API, create every listed
-    // component. false and error() on the first failure.
+    // The whole start-up in the framework's order: open, pluginit with our
+    // API, pluginfo, create every listed component. false and error() on
+    // the first failure, with nothing left loaded.
     bool load(const std::string& path);
 
     // The same in steps, for callers that need to come between them.
+    // open: dlopen and both entry points present.
     bool open(const std::string& path);
     void callPluginit(kpf::IHostApi* api);
+    // pluginfo, checked for a description with at least one component.
+    bool readDescription();
     const kpf::PluginInfo* pluginInfo() const { return m_info; }
     std::vector<kpf::ComponentInfo*> componentInfos() const;
     // creator, then getMessageHandler; null and error() on failure.
@@ -80,6 +84,9 @@ private:
     };
 
     bool fail(const std::string& what);
+    // Unloads, keeping the error that made it necessary.
+    bool failAndUnload(const std::string& what);
+    bool unloadKeepingError();
     std::optional<Bytes> takeReply(const kpf::IMessage* reply);
 
     ObjectStore m_store;
@@ -96,6 +103,7 @@ private:
     std::string m_error;
     void* m_library = nullptr;
     void (*m_pluginit)(kpf::IHostApi*) = nullptr;
+    const kpf::PluginInfo* (*m_pluginfo)() = nullptr;
     const kpf::PluginInfo* m_info = nullptr;
     std::vector<Component> m_components;
 };

@@ -130,9 +130,9 @@ int MessageHandler::sendCommand(int number, int size, const void* data, int repl
     kpf::IResponse* response = nullptr;
     const int result = m_commandDispatcher->send(&message, &response, kpf::CommandSendMode);
 
-    if (response != nullptr && response->size() == replySize && replySize > 0 && reply != nullptr) {
+    if (response != nullptr && response->size() == replySize) {
         const void* replyData = response->data();
-        if (replyData != nullptr)
+        if (replySize > 0 && replyData != nullptr && reply != nullptr)
             std::memcpy(reply, replyData, static_cast<std::size_t>(replySize));
     }
 

@@ -12,9 +12,21 @@
 #endif
 
 namespace {
-const char* text(const char* value)
+// Printable on one line: the descriptions end in CR LF.
+std::string text(const char* value)
 {
-    return value != nullptr ? value : "(null)";
+    if (value == nullptr)
+        return "(null)";
+    std::string out;
+    for (const char* c = value; *c != '\0'; ++c) {
+        if (*c == '\r')
+            out += "\\r";
+        else if (*c == '\n')
+            out += "\\n";
+        else
+            out += *c;
+    }
+    return out;
 }
 } // namespace
 
@@ -29,12 +41,12 @@ int main(int argc, char** argv)
 
     const kpf::PluginInfo* info = host.pluginInfo();
     std::printf("library      %s\n", path.c_str());
-    std::printf("name         %s\n", text(info->name));
-    std::printf("version      %s\n", text(info->version));
-    std::printf("plugin       %s\n", text(info->pluginVersion));
-    std::printf("description  %s\n", text(info->description));
+    std::printf("name         %s\n", text(info->name).c_str());
+    std::printf("version      %s\n", text(info->version).c_str());
+    std::printf("plugin       %s\n", text(info->pluginVersion).c_str());
+    std::printf("description  %s\n", text(info->description).c_str());
     for (kpf::ComponentInfo* component : host.componentInfos())
-        std::printf("component    %s %s\n", text(component->id), text(component->description));
+        std::printf("component    %s %s\n", text(component->id).c_str(), text(component->description).c_str());
 
     host.startAll();
     const auto calls = host.subscriptions().calls();

@@ -432,6 +432,8 @@ kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg
     }
 
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    // Declared before the lock, so it is destroyed after the unlock.
+    QueryInfo<s_TimigCheckQuery> query;
     StateLock lock(*this);
     const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, m_curInterfaceInfo.interfaceId);
     if (current == nullptr) {
@@ -446,7 +448,6 @@ kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg
     std::vector<s_ThumbTimigCheck> extra = getSDIInterfaceCheckArray(checks);
     checks.insert(checks.end(), extra.begin(), extra.end());
 
-    QueryInfo<s_TimigCheckQuery> query;
     query.info.stThumbCheckArry = std::move(checks);
     QueryInfo<s_TimigCheckQuery>* pointer = &query;
     sendCommand(kpf::wireInt(CmdThumbCheck), sizeof pointer, &pointer, 0, nullptr);
@@ -476,6 +477,8 @@ kpf::IMessage* OutputEDIDViewModel::setDetailTimingCheck(const kpf::IMessage* ms
     }
 
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    // Declared before the lock, so it is destroyed after the unlock.
+    QueryInfo<s_TimigCheckQuery> query;
     StateLock lock(*this);
     const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, m_curInterfaceInfo.interfaceId);
     if (current == nullptr) {
@@ -490,7 +493,6 @@ kpf::IMessage* OutputEDIDViewModel::setDetailTimingCheck(const kpf::IMessage* ms
     std::vector<s_DetailTimigCheck> extra = getSDIInterfaceDetailCheckArray(checks);
     checks.insert(checks.end(), extra.begin(), extra.end());
 
-    QueryInfo<s_TimigCheckQuery> query;
     query.info.stDetailCheckArry = std::move(checks);
     QueryInfo<s_TimigCheckQuery>* pointer = &query;
     sendCommand(kpf::wireInt(CmdDetailCheck), sizeof pointer, &pointer, 0, nullptr);

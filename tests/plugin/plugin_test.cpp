@@ -20,6 +20,7 @@ TEST(Plugin, DescriptionAndComponentTable)
 {
     Host host;
     ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();
+    ASSERT_TRUE(host.readDescription()) << host.error();
     const kpf::PluginInfo* info = host.pluginInfo();
     ASSERT_NE(info, nullptr);
     EXPECT_STREQ(info->version, "0.1");
@@ -83,6 +84,7 @@ TEST(Plugin, PluginitBeforeAfterAndTwice)
     {
         Host host;
         ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();
+        ASSERT_TRUE(host.readDescription()) << host.error();
         ASSERT_NE(host.createComponent(0), nullptr);
         EXPECT_TRUE(host.api().lookups().empty()) << "a component made before pluginit looks nothing up";
     }
@@ -91,6 +93,7 @@ TEST(Plugin, PluginitBeforeAfterAndTwice)
         ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();
         host.callPluginit(&host.api());
         EXPECT_TRUE(host.api().lookups().empty()) << "pluginit itself looks nothing up";
+        ASSERT_TRUE(host.readDescription()) << host.error();
         ASSERT_NE(host.createComponent(0), nullptr);
         EXPECT_EQ(host.api().lookups(), ServiceLookups);
     }
@@ -99,6 +102,7 @@ TEST(Plugin, PluginitBeforeAfterAndTwice)
         HostApi second;
         ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();
         host.callPluginit(&host.api());
+        ASSERT_TRUE(host.readDescription()) << host.error();
         ASSERT_NE(host.createComponent(0), nullptr);
         host.callPluginit(&second);
         ASSERT_NE(host.createComponent(0), nullptr);
@@ -109,6 +113,7 @@ TEST(Plugin, PluginitBeforeAfterAndTwice)
         Host host;
         ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();
         host.callPluginit(nullptr);
+        ASSERT_TRUE(host.readDescription()) << host.error();
         ASSERT_NE(host.createComponent(0), nullptr);
         EXPECT_TRUE(host.api().lookups().empty());
     }

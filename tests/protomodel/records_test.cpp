@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstring>
 #include <vector>
 
 using namespace LCD::ProtoModel::Interface;
@@ -49,16 +51,12 @@ TEST(InterfaceRecords, DefaultInterfaceListHoldsItsDefaultsFieldByField)
     EXPECT_EQ(aux.auxText28, "");
 
     EXPECT_EQ(record.ifText42, "N/A");
-    EXPECT_EQ(record.stThumbTiming.param0, 0u);
-    EXPECT_EQ(record.stThumbTiming.refresh, 0.0f);
-    EXPECT_EQ(record.stThumbTiming.width, 0);
-    EXPECT_EQ(record.stThumbTiming.height, 0);
-    EXPECT_EQ(record.stThumbTiming.param6, 0u);
+    // The two timing blocks are plain words: all of them zero.
+    const std::array<unsigned char, sizeof(s_ThumbTimingInfo)> zeroThumb{};
+    const std::array<unsigned char, sizeof(s_TimingDetailInfo)> zeroDetail{};
+    EXPECT_EQ(std::memcmp(&record.stThumbTiming, zeroThumb.data(), zeroThumb.size()), 0);
+    EXPECT_EQ(std::memcmp(&record.stTimingDetail, zeroDetail.data(), zeroDetail.size()), 0);
     EXPECT_THAT(record.ifWords57, Each(0u));
-    EXPECT_EQ(record.stTimingDetail.refresh, 0.0f);
-    EXPECT_EQ(record.stTimingDetail.width, 0);
-    EXPECT_EQ(record.stTimingDetail.height, 0);
-    EXPECT_EQ(record.stTimingDetail.param13, 0u);
     EXPECT_THAT(record.ifWords78, Each(0u));
     EXPECT_EQ(record.ifWord92, 0u);
     EXPECT_EQ(record.ifText94, "");

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 using ::testing::ElementsAre;
@@ -159,16 +160,30 @@ TEST_F(CurrentInterfaceTest, ReentryOnTheLockingThreadIsRefusedOtherThreadsWait)
     capture.clear();
     std::thread other;
     std::atomic<bool> started{false};
+    std::atomic<bool> delivering{false};
+    std::size_t sentWhileHeld = 0;
     host.events().addListener(
         [&](const kpf::IMessage&) {
-            if (!started.exchange(true))
-                other = std::thread([&] { host.event(SetCurrent, &nested, sizeof nested); });
+            if (started.exchange(true))
+                return;
+            other = std::thread([&] {
+                delivering = true;
+                host.event(SetCurrent, &nested, sizeof nested);
+            });
+            // Give the other thread its chance: it must still be waiting.
+            while (!delivering)
+                std::this_thread::yield();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            sentWhileHeld = sent().size();
         },
         0xFC020607u);
     setCurrent(first);
     other.join();
+    EXPECT_EQ(sentWhileHeld, 1u) << "only the first handler's first event while it holds the lock";
     EXPECT_TRUE(warnings().empty());
-    EXPECT_EQ(sent().size(), 4u);
+    const auto messages = sent();
+    ASSERT_EQ(messages.size(), 4u);
+    EXPECT_EQ(messages[2].bytes, bytesOf(nested.stTimingDetail)) << "the waiting thread acted afterwards";
     EXPECT_EQ(replyWord(host.command(InterfaceType, nullptr, 0)), 8);
 }
 
