@@ -12,15 +12,19 @@ if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
 
 packages=(
-  build-essential cmake ninja-build pkg-config binutils
+  build-essential cmake ninja-build pkg-config binutils file dpkg-dev
   qtbase5-dev qttools5-dev-tools
-  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
+  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
+  edid-decode
 )
 if [ "$native_only" -eq 0 ]; then
   if ! dpkg --print-foreign-architectures | grep -qx arm64; then
     $SUDO dpkg --add-architecture arm64
   fi
-  packages+=(crossbuild-essential-arm64 qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64)
+  # The cross build, and the hardening runs: sanitizers and the fuzzer with
+  # clang, the ABI check, instruction counts.
+  packages+=(crossbuild-essential-arm64 qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64
+    clang libclang-rt-14-dev libfuzzer-14-dev abigail-tools valgrind)
 fi
 
 $SUDO apt-get update
