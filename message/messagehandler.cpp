@@ -9,6 +9,7 @@
 
 #include <QDebug>
 
+#include <algorithm>
 #include <cstring>
 
 namespace LCD {
@@ -34,7 +35,12 @@ void warnMissing(QDebug warning, const char* service, const char* what, int numb
 
 } // namespace
 
-MessageHandler::MessageHandler()
+namespace {
+// What both tables read before anything is registered.
+const std::vector<std::pair<int, MessageHandlerFunc>> emptySnapshot;
+} // namespace
+
+MessageHandler::MessageHandler() : m_commandSnapshot(&emptySnapshot), m_eventSnapshot(&emptySnapshot)
 {
     kpf::IHostApi* api = kpf::api::get().hostApi;
     if (api == nullptr)
@@ -70,35 +76,45 @@ const kpf::IMessage* MessageHandler::processMsg(int number, const kpf::IMessage*
     if (message == nullptr)
         return nullptr;
     const int kind = message->kind();
-    std::unordered_map<int, MessageHandlerFunc>* table = nullptr;
+    const Snapshot* table = nullptr;
     if (kind == kpf::MessageKindCommand)
-        table = &m_commandHandlers;
+        table = m_commandSnapshot.load(std::memory_order_acquire);
     else if (kind == kpf::MessageKindEvent)
-        table = &m_eventHandlers;
+        table = m_eventSnapshot.load(std::memory_order_acquire);
     else
         return nullptr;
 
-    // An insertion may rehash the table, so the lookup and the copy take the
-    // lock; the handler itself runs without it. The copy does not allocate
-    // for handlers that capture only the component pointer.
-    MessageHandlerFunc handler;
-    {
-        std::lock_guard<std::mutex> lock(m_handlerMutex);
-        const auto found = table->find(number);
-        if (found == table->end())
-            return nullptr;
-        handler = found->second;
-    }
-    if (!handler)
+    // No lock and no copy: the snapshot never changes and outlives the call.
+    const MessageHandlerFunc* handler = find(*table, number);
+    if (handler == nullptr || !*handler)
         return nullptr;
-    return handler(message);
+    return (*handler)(message);
+}
+
+const MessageHandlerFunc* MessageHandler::find(const Snapshot& table, int number)
+{
+    const auto found = std::lower_bound(table.begin(), table.end(), number,
+                                        [](const Snapshot::value_type& entry, int key) { return entry.first < key; });
+    return found != table.end() && found->first == number ? &found->second : nullptr;
+}
+
+void MessageHandler::insert(std::unordered_map<int, MessageHandlerFunc>& table, std::atomic<const Snapshot*>& published,
+                            int number, MessageHandlerFunc handler)
+{
+    if (!table.emplace(number, std::move(handler)).second)
+        return;
+    auto next = std::make_unique<Snapshot>(table.begin(), table.end());
+    std::sort(next->begin(), next->end(),
+              [](const Snapshot::value_type& a, const Snapshot::value_type& b) { return a.first < b.first; });
+    published.store(next.get(), std::memory_order_release);
+    m_snapshots.push_back(std::move(next));
 }
 
 int MessageHandler::registerCommand(int number, MessageHandlerFunc handler)
 {
     {
         std::lock_guard<std::mutex> lock(m_handlerMutex);
-        m_commandHandlers.emplace(number, std::move(handler));
+        insert(m_commandHandlers, m_commandSnapshot, number, std::move(handler));
     }
     if (m_commandDispatcher == nullptr) {
         warnMissing(EDIDVM_WARNING(), CommandDispatcherName, "not subscribed:", number);
@@ -111,7 +127,7 @@ int MessageHandler::registerEvent(int number, MessageHandlerFunc handler)
 {
     {
         std::lock_guard<std::mutex> lock(m_handlerMutex);
-        m_eventHandlers.emplace(number, std::move(handler));
+        insert(m_eventHandlers, m_eventSnapshot, number, std::move(handler));
     }
     if (m_eventDispatcher == nullptr) {
         warnMissing(EDIDVM_WARNING(), EventDispatcherName, "not subscribed:", number);

@@ -2,10 +2,14 @@
 
 #include "framework/imessagehandler.h"
 
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace kpf {
 class ICommandDispatcher;
@@ -59,13 +63,27 @@ protected:
     std::string m_name;
 
 private:
-    kpf::IMessage* createEvent(int number, int size, const void* data);
+    // What processMsg reads: an immutable copy of a table, sorted by number.
+    // A new one is published after each insertion; old ones are kept until
+    // the handler dies, so a reader never sees one freed under it.
+    using Snapshot = std::vector<std::pair<int, MessageHandlerFunc>>;
 
-    // Held only while a handler is inserted or looked up, never while one
-    // runs: handlers send synchronously and may be re-entered.
+    kpf::IMessage* createEvent(int number, int size, const void* data);
+    static const MessageHandlerFunc* find(const Snapshot& table, int number);
+    // Inserts unless present and publishes a new snapshot; caller holds
+    // m_handlerMutex.
+    void insert(std::unordered_map<int, MessageHandlerFunc>& table, std::atomic<const Snapshot*>& published, int number,
+                MessageHandlerFunc handler);
+
+    // Held only while a handler is inserted, never while one runs: handlers
+    // send synchronously and may be re-entered.
     std::mutex m_handlerMutex;
     std::unordered_map<int, MessageHandlerFunc> m_commandHandlers;
     std::unordered_map<int, MessageHandlerFunc> m_eventHandlers;
+
+    std::vector<std::unique_ptr<const Snapshot>> m_snapshots; // guarded by m_handlerMutex
+    std::atomic<const Snapshot*> m_commandSnapshot;
+    std::atomic<const Snapshot*> m_eventSnapshot;
 };
 
 } // namespace Message
