@@ -1,3 +1,5 @@
+#include "bench/alloccount.h"
+#include "bench/signalpeer.h"
 #include "framework/api.h"
 #include "framework/imessage.h"
 #include "framework/wire.h"
@@ -17,113 +19,6 @@
 #include <new>
 #include <string>
 #include <vector>
-
-// Every allocation in the process goes through here, so a benchmark can tell
-// how many its timed loop made.
-namespace {
-std::atomic<std::uint64_t> g_allocations{0};
-
-void* allocate(std::size_t size)
-{
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-void* allocateAligned(std::size_t size, std::align_val_t alignment)
-{
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    const auto align = static_cast<std::size_t>(alignment);
-    // aligned_alloc wants the size to be a multiple of the alignment.
-    const std::size_t rounded = (size + align - 1) / align * align;
-    return std::aligned_alloc(align, rounded == 0 ? align : rounded);
-}
-} // namespace
-
-void* operator new(std::size_t size)
-{
-    if (void* p = allocate(size))
-        return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{
-    return allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
-{
-    return allocate(size);
-}
-void* operator new(std::size_t size, std::align_val_t alignment)
-{
-    if (void* p = allocateAligned(size, alignment))
-        return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size, std::align_val_t alignment)
-{
-    return operator new(size, alignment);
-}
-void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
-{
-    return allocateAligned(size, alignment);
-}
-void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept
-{
-    return allocateAligned(size, alignment);
-}
-
-void operator delete(void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcept
-{
-    std::free(p);
-}
 
 namespace {
 
@@ -177,7 +72,7 @@ struct Rig
 
 void reportAllocations(benchmark::State& state, std::uint64_t before)
 {
-    const std::uint64_t made = g_allocations.load(std::memory_order_relaxed) - before;
+    const std::uint64_t made = edidvm::bench::allocationCount() - before;
     state.counters["allocs_per_msg"] =
         state.iterations() == 0 ? 0.0 : static_cast<double>(made) / static_cast<double>(state.iterations());
 }
@@ -188,7 +83,7 @@ void BM_RouteEvent(benchmark::State& state)
     BenchComponent& component = *rig.component;
     const std::uint64_t handledBefore = component.events();
 
-    const std::uint64_t before = g_allocations.load(std::memory_order_relaxed);
+    const std::uint64_t before = edidvm::bench::allocationCount();
     for (auto _ : state) {
         benchmark::DoNotOptimize(component.handleMessage(&rig.message));
         benchmark::ClobberMemory();
@@ -210,7 +105,7 @@ void BM_PlainStdFunction(benchmark::State& state)
     // Keeps the call indirect, as it is in the table.
     benchmark::DoNotOptimize(handler);
 
-    const std::uint64_t before = g_allocations.load(std::memory_order_relaxed);
+    const std::uint64_t before = edidvm::bench::allocationCount();
     for (auto _ : state) {
         benchmark::DoNotOptimize(handler(&rig.message));
         benchmark::ClobberMemory();
@@ -218,8 +113,27 @@ void BM_PlainStdFunction(benchmark::State& state)
     reportAllocations(state, before);
 }
 
+void BM_QtDirectSignal(benchmark::State& state)
+{
+    Rig rig;
+    BenchComponent* component = rig.component.get();
+    edidvm::bench::SignalSender sender;
+    QObject receiver;
+    QObject::connect(
+        &sender, &edidvm::bench::SignalSender::message, &receiver,
+        [component](const kpf::IMessage* m) { component->onEvent(m); }, Qt::DirectConnection);
+
+    const std::uint64_t before = edidvm::bench::allocationCount();
+    for (auto _ : state) {
+        emit sender.message(&rig.message);
+        benchmark::ClobberMemory();
+    }
+    reportAllocations(state, before);
+}
+
 BENCHMARK(BM_RouteEvent)->Unit(benchmark::kNanosecond);
 BENCHMARK(BM_PlainStdFunction)->Unit(benchmark::kNanosecond);
+BENCHMARK(BM_QtDirectSignal)->Unit(benchmark::kNanosecond);
 
 // The console output, then one line with route/plain, taken from the median
 // when there are repetitions and from the single run otherwise.
@@ -247,11 +161,15 @@ public:
         const bool median = m_median.count("BM_RouteEvent") && m_median.count("BM_PlainStdFunction");
         const auto& times = median ? m_median : m_single;
         const auto route = times.find("BM_RouteEvent");
-        const auto plain = times.find("BM_PlainStdFunction");
-        if (route == times.end() || plain == times.end() || plain->second <= 0.0)
+        if (route == times.end())
             return;
-        std::printf("route/plain (%s real time): %.2f ns / %.2f ns = %.1fx\n", median ? "median" : "single run",
-                    route->second, plain->second, route->second / plain->second);
+        for (const char* peer : {"BM_PlainStdFunction", "BM_QtDirectSignal"}) {
+            const auto other = times.find(peer);
+            if (other == times.end() || other->second <= 0.0)
+                continue;
+            std::printf("route/%s (%s real time): %.2f ns / %.2f ns = %.2fx\n", peer + 3,
+                        median ? "median" : "single run", route->second, other->second, route->second / other->second);
+        }
     }
 
 private:
@@ -261,8 +179,43 @@ private:
 
 } // namespace
 
+// Fixed loops for an instruction count under callgrind, which does not drift
+// with the machine's load: collect only inside these two functions.
+extern "C" __attribute__((noinline)) void edidvm_route_loop(BenchComponent& component, const kpf::IMessage& message,
+                                                            long count)
+{
+    for (long i = 0; i < count; ++i)
+        benchmark::DoNotOptimize(component.handleMessage(&message));
+}
+
+extern "C" __attribute__((noinline)) void
+edidvm_plain_loop(const std::function<const kpf::IMessage*(const kpf::IMessage*)>& handler,
+                  const kpf::IMessage& message, long count)
+{
+    for (long i = 0; i < count; ++i)
+        benchmark::DoNotOptimize(handler(&message));
+}
+
+namespace {
+int callgrindLoops(long count)
+{
+    Rig rig;
+    BenchComponent* component = rig.component.get();
+    std::function<const kpf::IMessage*(const kpf::IMessage*)> handler = [component](const kpf::IMessage* m) {
+        return component->onEvent(m);
+    };
+    edidvm_route_loop(*component, rig.message, count);
+    edidvm_plain_loop(handler, rig.message, count);
+    return component->events() == static_cast<std::uint64_t>(2 * count) ? 0 : 1;
+}
+} // namespace
+
 int main(int argc, char** argv)
 {
+    const std::string loopOption = "--callgrind-loop=";
+    if (argc == 2 && std::string(argv[1]).rfind(loopOption, 0) == 0)
+        return callgrindLoops(std::stol(std::string(argv[1]).substr(loopOption.size())));
+
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

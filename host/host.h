@@ -64,6 +64,12 @@ public:
     std::optional<Bytes> deliver(kpf::IMessageHandler* component, int kind, std::uint32_t number, int size,
                                  const void* data);
     int pump() { return m_events.pump(); }
+    // Off: the recorder and the release log keep nothing, for long runs.
+    void setTracing(bool enabled)
+    {
+        m_recorder.setEnabled(enabled);
+        m_commands.setReleaseLog(enabled);
+    }
 
     HostApi& api() { return m_api; }
     CommandDispatcher& commands() { return m_commands; }

@@ -7,6 +7,8 @@ namespace host {
 
 void Recorder::record(SentKind kind, const HostMessage& message, int mode)
 {
+    if (!m_enabled.load())
+        return;
     SentMessage sent;
     sent.kind = kind;
     sent.number = kpf::wireWord(message.number());

@@ -2,6 +2,7 @@
 
 #include "host/hostobjects.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -34,6 +35,8 @@ public:
     using Hook = std::function<void(const SentMessage& sent, const void* data)>;
 
     void record(SentKind kind, const HostMessage& message, int mode);
+    // Off: nothing is kept and the hook is not called (long runs, benchmarks).
+    void setEnabled(bool enabled) { m_enabled.store(enabled); }
     void setHook(Hook hook);
 
     std::vector<SentMessage> messages() const;
@@ -44,6 +47,7 @@ private:
     mutable std::mutex m_mutex;
     std::vector<SentMessage> m_messages;
     std::shared_ptr<const Hook> m_hook;
+    std::atomic<bool> m_enabled{true};
 };
 
 } // namespace host

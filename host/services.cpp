@@ -138,6 +138,8 @@ void CommandDispatcher::release(void** object)
         }
         *object = nullptr;
     }
+    if (!m_logReleases.load())
+        return;
     std::lock_guard<std::mutex> lock(m_mutex);
     m_releases.push_back(what);
 }

@@ -8,6 +8,7 @@
 #include "host/hostobjects.h"
 #include "host/recorder.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <deque>
@@ -141,6 +142,8 @@ public:
     enum class Release { Null, Message, Response, Foreign };
     std::vector<Release> releases() const;
     void clearReleases();
+    // Off: releases are not logged (long runs, benchmarks).
+    void setReleaseLog(bool enabled) { m_logReleases.store(enabled); }
 
 private:
     ObjectStore& m_store;
@@ -149,6 +152,7 @@ private:
     mutable std::mutex m_mutex;
     std::map<std::uint32_t, std::shared_ptr<const Responder>> m_responders;
     std::vector<Release> m_releases;
+    std::atomic<bool> m_logReleases{true};
 };
 
 class EventDispatcher final : public kpf::IEventDispatcher

@@ -35,12 +35,8 @@ void warnMissing(QDebug warning, const char* service, const char* what, int numb
 
 } // namespace
 
-namespace {
-// What both tables read before anything is registered.
-const std::vector<std::pair<int, MessageHandlerFunc>> emptySnapshot;
-} // namespace
-
-MessageHandler::MessageHandler() : m_commandSnapshot(&emptySnapshot), m_eventSnapshot(&emptySnapshot)
+MessageHandler::MessageHandler()
+    : m_commandSnapshot(m_snapshots.emplace_back(snapshotOf({})).get()), m_eventSnapshot(m_commandSnapshot.load())
 {
     kpf::IHostApi* api = kpf::api::get().hostApi;
     if (api == nullptr)
@@ -57,6 +53,9 @@ const kpf::IMessage* MessageHandler::handleMessage(const kpf::IMessage* message)
     if (message == nullptr)
         return nullptr;
     const int number = message->number();
+    // Every reserved number is at 0xFFFF0000 or above.
+    if (kpf::wireWord(number) < kpf::wireWord(kpf::MessageStart))
+        return processMsg(number, message);
     switch (number) {
     case kpf::MessageStart:
         onInit();
@@ -91,11 +90,45 @@ const kpf::IMessage* MessageHandler::processMsg(int number, const kpf::IMessage*
     return (*handler)(message);
 }
 
+namespace {
+// Fibonacci hashing: the top bits of number x 2^32/phi spread the numbers,
+// which differ mostly in their low bytes, over the buckets.
+inline std::size_t slotOf(int number, unsigned shift)
+{
+    return static_cast<std::size_t>((kpf::wireWord(number) * 0x9E3779B1u) >> shift);
+}
+} // namespace
+
 const MessageHandlerFunc* MessageHandler::find(const Snapshot& table, int number)
 {
-    const auto found = std::lower_bound(table.begin(), table.end(), number,
-                                        [](const Snapshot::value_type& entry, int key) { return entry.first < key; });
-    return found != table.end() && found->first == number ? &found->second : nullptr;
+    for (std::size_t i = slotOf(number, table.shift);; i = (i + 1) & table.mask) {
+        const Slot& slot = table.buckets[i];
+        if (!slot.used)
+            return nullptr;
+        if (slot.number == number)
+            return &slot.handler;
+    }
+}
+
+std::unique_ptr<MessageHandler::Snapshot>
+MessageHandler::snapshotOf(const std::unordered_map<int, MessageHandlerFunc>& table)
+{
+    // At most half full, so a probe always ends at a free slot.
+    unsigned bits = 1;
+    while ((std::size_t(1) << bits) < 2 * table.size())
+        ++bits;
+    auto snapshot = std::make_unique<Snapshot>();
+    snapshot->shift = 32 - bits;
+    snapshot->buckets.resize(std::size_t(1) << bits);
+    snapshot->mask = snapshot->buckets.size() - 1;
+    const std::size_t mask = snapshot->mask;
+    for (const auto& entry : table) {
+        std::size_t i = slotOf(entry.first, snapshot->shift);
+        while (snapshot->buckets[i].used)
+            i = (i + 1) & mask;
+        snapshot->buckets[i] = {true, entry.first, entry.second};
+    }
+    return snapshot;
 }
 
 void MessageHandler::insert(std::unordered_map<int, MessageHandlerFunc>& table, std::atomic<const Snapshot*>& published,
@@ -103,9 +136,7 @@ void MessageHandler::insert(std::unordered_map<int, MessageHandlerFunc>& table, 
 {
     if (!table.emplace(number, std::move(handler)).second)
         return;
-    auto next = std::make_unique<Snapshot>(table.begin(), table.end());
-    std::sort(next->begin(), next->end(),
-              [](const Snapshot::value_type& a, const Snapshot::value_type& b) { return a.first < b.first; });
+    std::unique_ptr<Snapshot> next = snapshotOf(table);
     published.store(next.get(), std::memory_order_release);
     m_snapshots.push_back(std::move(next));
 }

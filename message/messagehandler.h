@@ -63,13 +63,27 @@ protected:
     std::string m_name;
 
 private:
-    // What processMsg reads: an immutable copy of a table, sorted by number.
-    // A new one is published after each insertion; old ones are kept until
-    // the handler dies, so a reader never sees one freed under it.
-    using Snapshot = std::vector<std::pair<int, MessageHandlerFunc>>;
+    // What processMsg reads: an immutable copy of a table, open-addressed
+    // with a power-of-two size so a lookup is a multiply, a shift and
+    // usually one compare. A new one is published after each insertion; old
+    // ones are kept until the handler dies, so a reader never sees one freed
+    // under it.
+    struct Slot
+    {
+        bool used = false;
+        int number = 0;
+        MessageHandlerFunc handler;
+    };
+    struct Snapshot
+    {
+        std::vector<Slot> buckets; // a power of two, at least 2
+        std::size_t mask = 0;      // buckets.size() - 1
+        unsigned shift = 31;       // 32 - log2(buckets.size())
+    };
 
     kpf::IMessage* createEvent(int number, int size, const void* data);
     static const MessageHandlerFunc* find(const Snapshot& table, int number);
+    static std::unique_ptr<Snapshot> snapshotOf(const std::unordered_map<int, MessageHandlerFunc>& table);
     // Inserts unless present and publishes a new snapshot; caller holds
     // m_handlerMutex.
     void insert(std::unordered_map<int, MessageHandlerFunc>& table, std::atomic<const Snapshot*>& published, int number,
