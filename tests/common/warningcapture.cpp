@@ -1,5 +1,9 @@
 #include "common/warningcapture.h"
 
+#include <QString>
+
+#include <mutex>
+
 namespace edidvm {
 namespace test {
 
@@ -7,28 +11,23 @@ namespace {
 std::mutex g_mutex;
 std::vector<LoggedMessage> g_messages;
 
-std::string orEmpty(const char* text)
+void capture(QtMsgType type, const QMessageLogContext& context, const QString& text)
 {
-    return text != nullptr ? text : "";
+    const auto orEmpty = [](const char* value) { return std::string(value != nullptr ? value : ""); };
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_messages.push_back({type, orEmpty(context.category), orEmpty(context.file), context.line,
+                          orEmpty(context.function), text.toStdString()});
 }
 } // namespace
 
-WarningCapture::WarningCapture()
+WarningCapture::WarningCapture() : m_previous(qInstallMessageHandler(&capture))
 {
     clear();
-    m_previous = qInstallMessageHandler(&WarningCapture::handler);
 }
 
 WarningCapture::~WarningCapture()
 {
     qInstallMessageHandler(m_previous);
-}
-
-void WarningCapture::handler(QtMsgType type, const QMessageLogContext& context, const QString& text)
-{
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_messages.push_back({type, orEmpty(context.category), orEmpty(context.file), context.line,
-                          orEmpty(context.function), text.toStdString()});
 }
 
 std::vector<LoggedMessage> WarningCapture::messages() const

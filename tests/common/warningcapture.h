@@ -3,10 +3,8 @@
 // Collects what the code under test logs through Qt, for the life of the
 // object.
 
-#include <QString>
 #include <QtGlobal>
 
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -36,8 +34,6 @@ public:
     void clear();
 
 private:
-    static void handler(QtMsgType type, const QMessageLogContext& context, const QString& text);
-
     QtMessageHandler m_previous;
 };
 

@@ -1,8 +1,7 @@
 #pragma once
 
-// Runs the built library on our host, with stand-ins for the components the
-// view model talks to: the interface list, the device's selected interface
-// and the timing-check service answer from the fixture's fields.
+// The built library on our host, with stand-ins for the components the view
+// model talks to: they answer from the fixture's fields and keep what they saw.
 
 #include "common/warningcapture.h"
 #include "framework/wire.h"
@@ -14,23 +13,26 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace edidvm {
 namespace test {
 
 using namespace LCD::ProtoModel::Interface;
+using namespace LCD::ProtoModel::Screen;
+using namespace LCD::ProtoModel::Subcard;
 using host::Bytes;
 using host::SentKind;
 using host::SentMessage;
 using LCD::GlobalMessageHander::QueryInfo;
-using namespace LCD::ProtoModel::Screen;
-using namespace LCD::ProtoModel::Subcard;
 using Parameters = std::map<std::string, std::string>;
+using Trace = std::vector<std::string>;
 
 // An interface with recognisable timing words.
 inline s_InterfaceList makeInterface(std::int32_t id, std::int32_t connector = 0, std::int32_t type = 0,
@@ -61,6 +63,22 @@ Bytes bytesOf(const Record& record)
     return bytes;
 }
 
+// Records one after the other; lists of lists flattened.
+template <typename Record>
+Bytes bytesOfAll(const std::vector<Record>& records)
+{
+    Bytes all;
+    for (const Record& record : records) {
+        Bytes one;
+        if constexpr (std::is_trivially_copyable_v<Record>)
+            one = bytesOf(record);
+        else
+            one = bytesOfAll(record);
+        all.insert(all.end(), one.begin(), one.end());
+    }
+    return all;
+}
+
 template <typename Record>
 Record recordFrom(const SentMessage& message)
 {
@@ -70,6 +88,27 @@ Record recordFrom(const SentMessage& message)
     return record;
 }
 
+// One step per message, "C FC050111 8": kind (Q: queued event), number, size.
+inline Trace trace(const std::vector<SentMessage>& messages)
+{
+    Trace steps;
+    for (const SentMessage& message : messages) {
+        const char kind = message.kind == SentKind::Command ? 'C' : message.kind == SentKind::Event ? 'E' : 'Q';
+        char text[32];
+        std::snprintf(text, sizeof text, "%c %08X %d", kind, static_cast<unsigned>(message.number), message.size);
+        steps.push_back(text);
+    }
+    return steps;
+}
+
+inline Trace join(std::initializer_list<Trace> parts)
+{
+    Trace all;
+    for (const Trace& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
 class ViewModelTest : public ::testing::Test
 {
 protected:
@@ -77,30 +116,30 @@ protected:
     {
         ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH)) << host.error();
         component = host.components().at(0);
+        installStandIns();
+        host.start(component);
+        host.recorder().clear();
+    }
 
-        // The interface list honours the "interfaceId" filter, as the
-        // device-configuration side does.
+    void TearDown() override { EXPECT_EQ(host.store().liveCount(), 0u) << "a message or response leaked"; }
+
+    void installStandIns()
+    {
+        // Honours "interfaceId"; a filter must empty the map before its key goes in.
         host.commands().setResponder(0xFC050111u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command);
-            if (query == nullptr)
-                return std::nullopt;
-            Parameters params;
-            if (query->filter)
-                query->filter(params);
-            interfaceFiltersSeen.push_back(params);
-            for (const s_InterfaceList& entry : interfaces) {
+            if (auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command)) {
+                const Parameters params = applied(query->filter);
+                interfaceFiltersSeen.push_back(params);
                 const auto wanted = params.find("interfaceId");
-                if (wanted == params.end() || wanted->second == std::to_string(entry.interfaceId))
-                    query->info.stInterfaceListArry.push_back(entry);
+                for (const s_InterfaceList& entry : interfaces)
+                    if (wanted == params.end() || wanted->second == std::to_string(entry.interfaceId))
+                        query->info.stInterfaceListArry.push_back(entry);
             }
             return std::nullopt;
         });
         host.commands().setResponder(0xFC050200u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
             if (auto* query = host::payloadAddress<QueryInfo<s_ScreenDetail>>(command)) {
-                Parameters params;
-                if (query->filter)
-                    query->filter(params);
-                screenFiltersSeen.push_back(params);
+                screenFiltersSeen.push_back(applied(query->filter));
                 query->info.stScreenDetailInfoArry = screens;
             }
             return std::nullopt;
@@ -112,8 +151,8 @@ protected:
             }
             return std::nullopt;
         });
-        host.commands().setResponder(0xFC000004u,
-                                     [this](const kpf::IMessage&) -> std::optional<Bytes> { return deviceParamReply; });
+        for (auto [number, reply] : {std::pair{0xFC000004u, &deviceParamReply}, {0xFC08100Au, &selectedReply}})
+            host.commands().setResponder(number, [reply = reply](const kpf::IMessage&) { return *reply; });
         // One answer per assessment, in order; past the list, accepted.
         host.commands().setResponder(0xFC05021Fu, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
             auto* query = host::payloadAddress<QueryInfo<s_TimingAssessQuery>>(command);
@@ -125,15 +164,12 @@ protected:
             query->info.stAssessResultArry = answer.results;
             return answer.carriedOut;
         });
+        // The payload is the vector object, readable while the command lasts.
         host.commands().setResponder(0xFC051008u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            // The payload is the vector object itself; its elements are the
-            // sender's and readable while the command lasts.
             if (command.size() == 24 && command.data() != nullptr)
                 thumbWritten.push_back(*static_cast<const std::vector<s_InterfaceThumbTiming>*>(command.data()));
             return writeAnswer;
         });
-        host.commands().setResponder(0xFC08100Au,
-                                     [this](const kpf::IMessage&) -> std::optional<Bytes> { return selectedReply; });
         const auto checkService = [this](const kpf::IMessage& command) -> std::optional<Bytes> {
             if (auto* query = host::payloadAddress<QueryInfo<s_TimigCheckQuery>>(command)) {
                 thumbChecksSeen = query->info.stThumbCheckArry;
@@ -151,31 +187,46 @@ protected:
             if (sent.number == 0xFC051009u && sent.size == 24 && data != nullptr)
                 referenceWritten.push_back(*static_cast<const std::vector<s_InterfacePresetTiming>*>(data));
         });
-
-        host.start(component);
-        host.recorder().clear();
     }
 
-    void TearDown() override { EXPECT_EQ(host.store().liveCount(), 0u) << "a message or response leaked"; }
+    static Parameters applied(const LCD::GlobalMessageHander::QueryFilter& filter)
+    {
+        Parameters params;
+        if (filter) {
+            params = {{"stale", "1"}};
+            filter(params);
+        }
+        return params;
+    }
+
+    // Forgets what was sent, logged and seen so far.
+    void reset()
+    {
+        host.recorder().clear();
+        capture.clear();
+        const auto clear = [](auto&... lists) { (lists.clear(), ...); };
+        clear(thumbChecksSeen, detailChecksSeen, resultEvents, interfaceFiltersSeen, screenFiltersSeen,
+              subcardRequestsSeen, assessedTimings, thumbWritten, referenceWritten);
+    }
 
     // As the page or another component would send them.
     void setCurrent(const s_InterfaceList& record) { host.event(0xFC021009u, &record, sizeof record); }
     void pageEvent(std::uint32_t number) { host.event(number, nullptr, 0); }
 
-    void requestThumbCheck(std::vector<s_ThumbTimigCheck> checks)
-    {
-        QueryInfo<s_TimigCheckQuery> request;
-        request.info.stThumbCheckArry = std::move(checks);
-        QueryInfo<s_TimigCheckQuery>* address = &request;
-        host.event(0xFC000605u, &address, sizeof address);
-    }
-
+    // The page's check requests: the address of an envelope holding the checks.
+    void requestThumbCheck(std::vector<s_ThumbTimigCheck> checks) { requestChecks(0xFC000605u, std::move(checks), {}); }
     void requestDetailCheck(std::vector<s_DetailTimigCheck> checks)
     {
+        requestChecks(0xFC000606u, {}, std::move(checks));
+    }
+    void requestChecks(std::uint32_t number, std::vector<s_ThumbTimigCheck> thumbs,
+                       std::vector<s_DetailTimigCheck> details)
+    {
         QueryInfo<s_TimigCheckQuery> request;
-        request.info.stDetailCheckArry = std::move(checks);
+        request.info.stThumbCheckArry = std::move(thumbs);
+        request.info.stDetailCheckArry = std::move(details);
         QueryInfo<s_TimigCheckQuery>* address = &request;
-        host.event(0xFC000606u, &address, sizeof address);
+        host.event(number, &address, sizeof address);
     }
 
     std::vector<SentMessage> sent() { return host.recorder().messages(); }
@@ -186,6 +237,16 @@ protected:
         for (const SentMessage& message : sent())
             numbers.push_back(message.number);
         return numbers;
+    }
+
+    // The payload of the n-th message sent with this number.
+    Bytes payloadOf(std::uint32_t number, std::size_t occurrence = 0)
+    {
+        for (const SentMessage& message : sent())
+            if (message.number == number && occurrence-- == 0)
+                return message.bytes;
+        ADD_FAILURE() << std::hex << number << " not sent";
+        return {};
     }
 
     std::vector<std::string> warnings() { return capture.texts(); }

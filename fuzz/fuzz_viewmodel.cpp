@@ -1,0 +1,480 @@
+// libFuzzer harness: one Model::OutputEDIDViewModel on our in-process host
+// per input, fed messages decoded from the input, while the components it
+// queries answer from the input too. fuzz/README.md gives the input layout.
+//
+// Payloads that carry addresses (query envelopes, the 840-byte interface
+// record, 24-byte vector objects) are always real objects built here; only
+// their other lengths, or null data, are left to the input.
+
+#include "fuzz/input.h"
+
+#include "framework/api.h"
+#include "framework/wire.h"
+#include "host/host.h"
+#include "protomodel/configrecords.h"
+#include "protomodel/queryinfo.h"
+#include "viewmodel/outputedidviewmodel.h"
+
+#include <QtGlobal>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <optional>
+
+using namespace LCD::ProtoModel::Interface;
+using namespace LCD::ProtoModel::Screen;
+using namespace LCD::ProtoModel::Subcard;
+using edidvm::fuzz::Reader;
+using edidvm::host::Bytes;
+using LCD::GlobalMessageHander::QueryInfo;
+
+namespace {
+
+const std::uint32_t Reserved[5] = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
+// Sent by the component, never handled by it.
+const std::uint32_t Foreign[4] = {0xFC050111u, 0xFC020603u, 0xFC051008u, 0xFC030605u};
+
+// The contract length of each message the component sends.
+const std::pair<std::uint32_t, int> SentSizes[] = {
+    {0xFC050111u, 8},  {0xFC051000u, 8},  {0xFC051001u, 8},  {0xFC050200u, 8},  {0xFC0D1000u, 8},   {0xFC05021Fu, 8},
+    {0xFC08100Au, 0},  {0xFC000004u, 0},  {0xFC001009u, 4},  {0xFC020607u, 56}, {0xFC020608u, 28},  {0xFC030606u, 16},
+    {0xFC020603u, 24}, {0xFC020604u, 24}, {0xFC030601u, 56}, {0xFC030602u, 28}, {0xFC030605u, 556}, {0xFC020611u, 28},
+    {0xFC02060Eu, 1},  {0xFC02022Du, 4},  {0xFC000626u, 44}, {0xFC051008u, 24}, {0xFC0C0C27u, 4},   {0xFC051009u, 24},
+    {0xFC0C0C10u, 0},  {0xFC0C0C12u, 556}};
+
+constexpr int MaxMessages = 24;
+constexpr int MaxDepth = 2;   // nested deliveries from a stand-in
+constexpr int PumpLimit = 64; // queued events delivered after each message
+
+// EDIDVM_FUZZ_VERBOSE: keep the component's warnings and trace the traffic.
+bool g_verbose = false;
+
+[[noreturn]] void fail(const char* what, std::uint32_t number)
+{
+    std::fprintf(stderr, "edidvm-fuzz: %s (0x%08X)\n", what, number);
+    std::abort();
+}
+
+template <typename T, typename Read>
+std::vector<T> readList(Reader& r, unsigned bound, Read read)
+{
+    std::vector<T> list(r.u8() % bound);
+    for (T& item : list)
+        item = read(r);
+    return list;
+}
+
+// Braced lists read their fields left to right.
+s_ThumbTimingInfo readThumb(Reader& r)
+{
+    return s_ThumbTimingInfo{0, r.real(), r.i32(), r.i32(), r.u32(), 0, r.u32()};
+}
+
+s_TimingDetailInfo readDetail(Reader& r)
+{
+    return s_TimingDetailInfo{0, r.real(), r.i32(), 0, 0, 0, 0, r.i32(), 0, 0, 0, 0, 0, r.u32()};
+}
+
+s_InterfaceList readInterface(Reader& r)
+{
+    s_InterfaceList e;
+    e.interfaceId = r.small();
+    e.slotId = r.small();
+    e.connectorId = r.small();
+    e.stAuxiliaryInfo.interfaceType = r.small();
+    e.stAuxiliaryInfo.interfaceStatus = r.small();
+    e.stAuxiliaryInfo.usedByScreen = r.text();
+    e.stAuxiliaryInfo.auxText18 = r.text();
+    e.ifText42 = r.text();
+    e.stThumbTiming = readThumb(r);
+    e.stTimingDetail = readDetail(r);
+    e.ifWord92 = r.u32();
+    e.checkParam0 = r.small();
+    e.checkParam1 = r.small();
+    return e;
+}
+
+s_TimigCheckResult readVerdict(Reader& r)
+{
+    s_TimigCheckResult v;
+    v.interfaceId = r.small();
+    v.bandwidthLimit = r.i32();
+    v.bandwidthNeeded = r.i32();
+    v.frameRates = readList<std::int32_t>(r, 4, [](Reader& in) { return in.i32(); });
+    v.maxFrameRate = r.i32();
+    v.overBandwidth = r.small();
+    return v;
+}
+
+// What the stand-ins answer.
+struct World
+{
+    std::vector<s_InterfaceList> interfaces;
+    std::vector<s_ScreenDetailInfo> screens;
+    std::vector<s_SubcardInfo> subcards;
+    s_TimigCheckResultArry verdicts;
+    std::vector<s_AssessResult> assessments;
+    std::int32_t selected = 0, deviceParam = 0, slotOffset = 0;
+    std::uint8_t carriedOut = 0, writeAnswer = 0;
+    std::vector<int> related;
+};
+
+World readWorld(Reader& r)
+{
+    World w;
+    w.interfaces = readList<s_InterfaceList>(r, 9, readInterface);
+    w.screens = readList<s_ScreenDetailInfo>(r, 5, [](Reader& in) {
+        s_ScreenDetailInfo s;
+        s.screenId = in.u8();
+        s.screenIndex = in.u32();
+        s.stGeneral.genText0 = in.text();
+        s.stOutputDetailArry = readList<s_OutputDetail>(in, 4, [](Reader& o) {
+            s_OutputDetail output;
+            output.interfaceId = o.small();
+            return output;
+        });
+        return s;
+    });
+    w.subcards = readList<s_SubcardInfo>(r, 4, [](Reader& in) {
+        s_SubcardInfo s;
+        s.slotId = in.small();
+        s.stConnectorArry = readList<s_SubcardConnector>(in, 4, [](Reader& c) {
+            s_SubcardConnector connector;
+            connector.connectorId = c.small();
+            connector.connectorKey = c.small();
+            return connector;
+        });
+        return s;
+    });
+    w.verdicts = readList<s_TimigCheckResult>(r, 5, readVerdict);
+    w.assessments = readList<s_AssessResult>(r, 3, [](Reader& in) { return s_AssessResult{0, in.small()}; });
+    w.selected = r.small();
+    w.deviceParam = r.i32();
+    w.slotOffset = r.small();
+    w.carriedOut = r.u8();
+    w.writeAnswer = r.u8();
+    w.related = readList<int>(r, 6, [](Reader& in) { return in.small(); });
+    return w;
+}
+
+// How a stand-in answers this time; one byte of the input each.
+enum class Mood { Normal, Empty, Doubled, WrongSize, NoReply, Reenter };
+
+struct Run
+{
+    edidvm::host::Host host;
+    kpf::IMessageHandler* component = nullptr;
+    World world;
+    Reader moods;
+    int depth = 0;
+    std::size_t sink = 0; // what the stand-ins read through vector payloads
+
+    Mood mood()
+    {
+        static const Mood table[8] = {Mood::Normal,  Mood::Normal,    Mood::Normal,  Mood::Empty,
+                                      Mood::Doubled, Mood::WrongSize, Mood::NoReply, Mood::Reenter};
+        return table[moods.u8() % 8];
+    }
+};
+
+void deliverOne(Run& run, Reader body);
+
+template <typename T>
+std::vector<T> shaped(const std::vector<T>& list, Mood mood)
+{
+    if (mood == Mood::Empty || mood == Mood::NoReply)
+        return {};
+    std::vector<T> out = list;
+    if (mood == Mood::Doubled)
+        out.insert(out.end(), list.begin(), list.end());
+    return out;
+}
+
+// A reply of `size` bytes from `value`, one byte too long, or none.
+std::optional<Bytes> reply(Mood mood, const void* value, std::size_t size)
+{
+    if (mood == Mood::NoReply)
+        return std::nullopt;
+    if (mood == Mood::WrongSize)
+        return Bytes(size + 1, 0x5A);
+    const auto* bytes = static_cast<const std::uint8_t*>(value);
+    return Bytes(bytes, bytes + size);
+}
+
+// The stand-in for command `number`: may first re-enter the component with
+// a nested message taken from the mood bytes, as another component might.
+template <typename Answer>
+void standIn(Run& run, std::uint32_t number, Answer answer)
+{
+    run.host.commands().setResponder(number, [&run, answer](const kpf::IMessage& command) -> std::optional<Bytes> {
+        const Mood mood = run.mood();
+        if (mood == Mood::Reenter && run.depth < MaxDepth) {
+            ++run.depth;
+            deliverOne(run, run.moods.take(run.moods.u8()));
+            --run.depth;
+        }
+        return answer(command, mood);
+    });
+}
+
+// The component always sends a real envelope; anything else is a fault.
+template <typename Data>
+QueryInfo<Data>& envelope(const kpf::IMessage& command)
+{
+    auto* query = edidvm::host::payloadAddress<QueryInfo<Data>>(command);
+    if (query == nullptr)
+        fail("query without its envelope", kpf::wireWord(command.number()));
+    return *query;
+}
+
+void installStandIns(Run& run)
+{
+    World& w = run.world;
+    standIn(run, 0xFC050111u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+        auto& q = envelope<s_InterfaceDetailInfo>(c);
+        std::map<std::string, std::string> params;
+        if (q.filter)
+            q.filter(params);
+        const auto wanted = params.find("interfaceId");
+        for (const s_InterfaceList& e : shaped(w.interfaces, mood)) {
+            // A doubled answer ignores the filter as well.
+            if (mood == Mood::Doubled || wanted == params.end() || wanted->second == std::to_string(e.interfaceId))
+                q.info.stInterfaceListArry.push_back(e);
+        }
+        return mood == Mood::WrongSize ? std::optional<Bytes>(Bytes(3, 0x5A)) : std::nullopt;
+    });
+    standIn(run, 0xFC050200u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+        auto& q = envelope<s_ScreenDetail>(c);
+        std::map<std::string, std::string> params;
+        if (q.filter)
+            q.filter(params);
+        q.info.stScreenDetailInfoArry = shaped(w.screens, mood);
+        return std::nullopt;
+    });
+    standIn(run, 0xFC0D1000u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+        envelope<s_SubcardQuery>(c).info.stSubcardInfoArry = shaped(w.subcards, mood);
+        return std::nullopt;
+    });
+    const auto checkService = [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+        envelope<s_TimigCheckQuery>(c).info.stCheckResultArry = shaped(w.verdicts, mood);
+        return std::nullopt;
+    };
+    standIn(run, 0xFC051000u, checkService);
+    standIn(run, 0xFC051001u, checkService);
+    standIn(run, 0xFC05021Fu, [&w](const kpf::IMessage& c, Mood mood) {
+        envelope<s_TimingAssessQuery>(c).info.stAssessResultArry = shaped(w.assessments, mood);
+        return reply(mood, &w.carriedOut, 1);
+    });
+    standIn(run, 0xFC051008u, [&run](const kpf::IMessage& c, Mood mood) {
+        if (c.size() != 24 || c.data() == nullptr)
+            fail("thumb write without its vector", 0xFC051008u);
+        // The vector is the sender's: read every element while it lasts.
+        for (const s_InterfaceThumbTiming& t : *static_cast<const std::vector<s_InterfaceThumbTiming>*>(c.data()))
+            run.sink += std::uint32_t(t.interfaceId);
+        return reply(mood, &run.world.writeAnswer, 1);
+    });
+    standIn(run, 0xFC08100Au, [&w](const kpf::IMessage&, Mood mood) { return reply(mood, &w.selected, 4); });
+    standIn(run, 0xFC000004u, [&w](const kpf::IMessage&, Mood mood) { return reply(mood, &w.deviceParam, 4); });
+
+    run.host.deviceConfig().setAnswer([&w](std::int32_t slot) { return slot + w.slotOffset; });
+    run.host.subcardConfig().setAnswer(
+        [&run](std::int32_t, std::int32_t, std::int32_t) { return shaped(run.world.related, run.mood()); });
+
+    // Every send keeps its contract length; vector payloads are read while
+    // they are valid.
+    run.host.recorder().setHook([&run](const edidvm::host::SentMessage& sent, const void* data) {
+        if (g_verbose)
+            std::fprintf(stderr, "  sent 0x%08X size %d\n", sent.number, sent.size);
+        for (const auto& expected : SentSizes) {
+            if (expected.first == sent.number && expected.second != sent.size)
+                fail("sent with a wrong length", sent.number);
+        }
+        if ((sent.number == 0xFC020603u || sent.number == 0xFC020604u) && data != nullptr)
+            for (const s_TimigCheckResult& v : *static_cast<const s_TimigCheckResultArry*>(data))
+                run.sink += v.frameRates.size();
+        if (sent.number == 0xFC051009u && data != nullptr)
+            for (const auto& t : *static_cast<const std::vector<s_InterfacePresetTiming>*>(data))
+                run.sink += std::uint32_t(t.stTimingDetail.width);
+    });
+}
+
+// Mostly the handled numbers; also the reserved ones, numbers the component
+// only sends, other 0xFC numbers, numbers past the reserved filter, any.
+std::uint32_t pickNumber(Reader& body)
+{
+    const unsigned choice = body.u8() % 16;
+    if (choice < 11)
+        return edidvm::fuzz::Handled[body.u8() % 16];
+    if (choice == 11)
+        return Reserved[body.u8() % 5];
+    if (choice == 12)
+        return Foreign[body.u8() % 4];
+    if (choice == 13)
+        return 0xFC000000u | (body.u32() & 0xFFFFFFu);
+    if (choice == 14)
+        return 0xFFFF0003u + body.u8();
+    return body.u32();
+}
+
+// The natural kind, the other one, or any value.
+int pickKind(Reader& body, std::uint32_t number)
+{
+    const bool command = number == 0xFC051016u;
+    switch (body.u8() % 8) {
+    case 6:
+        return command ? kpf::MessageKindEvent : kpf::MessageKindCommand;
+    case 7:
+        return body.i32();
+    default:
+        return command ? kpf::MessageKindCommand : kpf::MessageKindEvent;
+    }
+}
+
+// The length of a plain-record payload.
+int naturalSize(std::uint32_t number)
+{
+    switch (number) {
+    case 0xFC031007u:
+        return 16;
+    case 0xFC00060Cu:
+        return 40;
+    case 0xFC00060Du:
+        return 68;
+    case 0xFC000620u:
+        return 556;
+    default:
+        return 0;
+    }
+}
+
+void deliver(Run& run, int kind, std::uint32_t number, int size, const void* data)
+{
+    if (g_verbose)
+        std::fprintf(stderr, "deliver 0x%08X kind 0x%08X size %d%s\n", number, unsigned(kind), size,
+                     data == nullptr ? " (null data)" : "");
+    const std::optional<Bytes> answer = run.host.deliver(run.component, kind, number, size, data);
+    // Only the interface-type command replies, always with 4 bytes.
+    const bool replies = kind == kpf::MessageKindCommand && number == 0xFC051016u;
+    if (answer && (!replies || answer->size() != 4))
+        fail("unexpected reply", number);
+}
+
+template <typename T, typename Read>
+void deliverVector(Run& run, int kind, std::uint32_t number, Reader& body, Read read)
+{
+    const std::vector<T> list = readList<T>(body, 6, read);
+    deliver(run, kind, number, sizeof list, &list);
+}
+
+void deliverOne(Run& run, Reader body)
+{
+    const std::uint32_t number = pickNumber(body);
+    const int kind = pickKind(body, number);
+    const unsigned form = body.u8();
+    const bool real = form % 4 < 3; // a real object where an address goes
+    int addressSize = -1;           // the length only a real object may have
+
+    if (number == 0xFC000605u || number == 0xFC000606u) {
+        addressSize = 8;
+        if (real) {
+            QueryInfo<s_TimigCheckQuery> request;
+            request.info.stThumbCheckArry = readList<s_ThumbTimigCheck>(body, 8, [](Reader& in) {
+                return s_ThumbTimigCheck{in.small(), in.small(), readThumb(in), 0, 0};
+            });
+            request.info.stDetailCheckArry = readList<s_DetailTimigCheck>(body, 8, [](Reader& in) {
+                return s_DetailTimigCheck{in.small(), in.small(), readDetail(in), 0, 0};
+            });
+            request.info.stCheckResultArry = readList<s_TimigCheckResult>(body, 3, readVerdict);
+            // A null envelope address is a real value too.
+            QueryInfo<s_TimigCheckQuery>* address = form % 4 == 2 ? nullptr : &request;
+            return deliver(run, kind, number, sizeof address, &address);
+        }
+    } else if (number == 0xFC021009u) {
+        addressSize = int(sizeof(s_InterfaceList));
+        if (real) {
+            const s_InterfaceList record = readInterface(body);
+            return deliver(run, kind, number, sizeof record, &record);
+        }
+    } else if (number == 0xFC081005u || number == 0xFC081006u) {
+        addressSize = 24;
+        if (real && number == 0xFC081005u)
+            return deliverVector<s_InterfacePresetTiming>(run, kind, number, body, [](Reader& in) {
+                return s_InterfacePresetTiming{in.small(), readDetail(in), in.u32(), 0};
+            });
+        if (real)
+            return deliverVector<s_InterfaceThumbTiming>(run, kind, number, body, [](Reader& in) {
+                return s_InterfaceThumbTiming{in.small(), readThumb(in), in.u32(), 0};
+            });
+    }
+
+    // Raw bytes: the natural length, any length (never an address payload's
+    // own), none, or null data with any size.
+    int size = 0;
+    switch ((form >> 2) % 4) {
+    case 0:
+        size = naturalSize(number);
+        break;
+    case 1:
+        size = body.u16() % 1024;
+        break;
+    case 2:
+        return deliver(run, kind, number, body.i32(), nullptr);
+    default:
+        break;
+    }
+    if (size == addressSize)
+        ++size;
+    Bytes raw(static_cast<std::size_t>(size));
+    for (std::uint8_t& b : raw)
+        b = body.u8();
+    deliver(run, kind, number, size, raw.data());
+}
+
+void dropLog(QtMsgType, const QMessageLogContext&, const QString&) {}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    if (const char* dir = std::getenv("EDIDVM_FUZZ_WRITE_SEEDS")) {
+        edidvm::fuzz::writeSeeds(dir);
+        std::exit(0);
+    }
+    // Rejected payloads log warnings by design; they would drown the output.
+    g_verbose = std::getenv("EDIDVM_FUZZ_VERBOSE") != nullptr;
+    if (!g_verbose)
+        qInstallMessageHandler(dropLog);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    Reader in{data, size};
+    Run run;
+    run.world = readWorld(in);
+    std::vector<Reader> bodies(in.u8() % (MaxMessages + 1));
+    for (Reader& body : bodies)
+        body = in.take(in.u16());
+    run.moods = in;
+
+    // The component finds the host's services through the holder when it is
+    // constructed: a fresh host and component per input, so no state leaks
+    // from one input to the next.
+    kpf::api::get().hostApi = &run.host.api();
+    {
+        Model::OutputEDIDViewModel component;
+        run.component = &component;
+        installStandIns(run);
+        run.host.start(&component);
+        for (const Reader& body : bodies) {
+            deliverOne(run, body);
+            run.host.events().pump(PumpLimit);
+        }
+        run.host.events().dropQueue();
+        if (run.host.store().liveCount() != 0)
+            fail("a message or response was not released", 0);
+    }
+    kpf::api::get().hostApi = nullptr;
+    return 0;
+}

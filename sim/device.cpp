@@ -1,0 +1,202 @@
+#include "sim/device.h"
+
+#include "framework/wire.h"
+#include "protomodel/queryinfo.h"
+#include "sim/decode.h"
+
+#include <cstring>
+#include <functional>
+#include <map>
+
+namespace edidvm {
+namespace sim {
+
+using namespace LCD::ProtoModel::Interface;
+using host::Bytes;
+using LCD::GlobalMessageHander::QueryInfo;
+using LCD::ProtoModel::Screen::s_ScreenDetail;
+using LCD::ProtoModel::Screen::s_TimingAssessQuery;
+using LCD::ProtoModel::Subcard::s_SubcardQuery;
+using Parameters = std::map<std::string, std::string>;
+
+namespace {
+template <typename T>
+Bytes bytesOf(T value)
+{
+    Bytes bytes(sizeof value);
+    std::memcpy(bytes.data(), &value, sizeof value);
+    return bytes;
+}
+
+template <typename T>
+Fields orNull(const std::optional<T>& value)
+{
+    return value ? Fields(*value) : Fields();
+}
+
+// The parameters the asker's filter puts in; none without a filter.
+template <typename T>
+Parameters parametersOf(const QueryInfo<T>& query)
+{
+    Parameters params;
+    if (query.filter)
+        query.filter(params);
+    return params;
+}
+
+// What a query's answerer replies (bytes, or none) and shows in the trace.
+struct Answer
+{
+    std::optional<Bytes> bytes;
+    Fields shown;
+};
+
+// A responder for a query whose payload is an envelope's address: fill
+// fills the envelope in place during the command.
+template <typename T, typename Fill>
+host::Responder answerQuery(std::uint32_t number, std::function<void(std::uint32_t, int, Fields)> traced, Fill fill)
+{
+    return [number, traced, fill](const kpf::IMessage& command) -> std::optional<Bytes> {
+        auto* query = host::payloadAddress<QueryInfo<T>>(command);
+        if (query == nullptr) {
+            traced(number, -1, {{"envelope", nullptr}});
+            return std::nullopt;
+        }
+        Answer answer = fill(*query);
+        traced(number, answer.bytes ? static_cast<int>(answer.bytes->size()) : -1, std::move(answer.shown));
+        return answer.bytes;
+    };
+}
+
+// A filter key absent from the parameters lets every entry through.
+bool passes(const Parameters& params, const char* key, std::int32_t value)
+{
+    const auto wanted = params.find(key);
+    return wanted == params.end() || wanted->second == std::to_string(value);
+}
+} // namespace
+
+SimulatedDevice::SimulatedDevice(host::Host& host, Trace& trace) : m_host(host), m_trace(trace)
+{
+    installQueries();
+    installServices();
+}
+
+void SimulatedDevice::setState(const Device& state)
+{
+    m_state = state;
+    m_assessments = 0;
+}
+
+void SimulatedDevice::reply(std::uint32_t number, int length, Fields fields)
+{
+    const MessageInfo* info = findMessage(number);
+    m_trace.entry({Direction::In, "reply", number, info != nullptr ? info->name : "", length, std::move(fields)});
+}
+
+void SimulatedDevice::installQueries()
+{
+    host::CommandDispatcher& commands = m_host.commands();
+    const auto traced = [this](std::uint32_t number, int length, Fields fields) {
+        reply(number, length, std::move(fields));
+    };
+
+    commands.setResponder(0xFC050111u, answerQuery<s_InterfaceDetailInfo>(0xFC050111u, traced, [this](auto& query) {
+                              const Parameters params = parametersOf(query);
+                              Fields ids = Fields::array();
+                              for (const s_InterfaceList& entry : m_state.interfaces) {
+                                  if (passes(params, "interfaceId", entry.interfaceId)) {
+                                      query.info.stInterfaceListArry.push_back(entry);
+                                      ids.push_back(entry.interfaceId);
+                                  }
+                              }
+                              return Answer{std::nullopt, {{"interfaces", ids}}};
+                          }));
+    commands.setResponder(0xFC050200u, answerQuery<s_ScreenDetail>(0xFC050200u, traced, [this](auto& query) {
+                              const Parameters params = parametersOf(query);
+                              Fields ids = Fields::array();
+                              for (const Screen& screen : m_state.screens) {
+                                  if (passes(params, "screenType", screen.type)) {
+                                      query.info.stScreenDetailInfoArry.push_back(screen.info);
+                                      ids.push_back(screen.info.screenId);
+                                  }
+                              }
+                              return Answer{std::nullopt, {{"screens", ids}}};
+                          }));
+    commands.setResponder(0xFC0D1000u, answerQuery<s_SubcardQuery>(0xFC0D1000u, traced, [this](auto& query) {
+                              Fields slots = Fields::array();
+                              for (const Subcard& subcard : m_state.subcards) {
+                                  query.info.stSubcardInfoArry.push_back(subcard.info);
+                                  slots.push_back(subcard.info.slotId);
+                              }
+                              return Answer{std::nullopt, {{"slots", slots}}};
+                          }));
+    // Every verdict the scenario holds, whatever the checks: the service
+    // judges the interfaces as they stand.
+    for (std::uint32_t number : {0xFC051000u, 0xFC051001u}) {
+        commands.setResponder(number, answerQuery<s_TimigCheckQuery>(number, traced, [this](auto& query) {
+                                  query.info.stCheckResultArry = m_state.verdicts;
+                                  return Answer{std::nullopt, {{"verdicts", listOf(m_state.verdicts)}}};
+                              }));
+    }
+    // One answer per assessment, in order; the last one repeats.
+    commands.setResponder(0xFC05021Fu, answerQuery<s_TimingAssessQuery>(0xFC05021Fu, traced, [this](auto& query) {
+                              Assessment answer;
+                              if (!m_state.assessments.empty())
+                                  answer = m_state.assessments[std::min(m_assessments, m_state.assessments.size() - 1)];
+                              ++m_assessments;
+                              query.info.stAssessResultArry = answer.results;
+                              Fields codes = Fields::array();
+                              for (const auto& result : answer.results)
+                                  codes.push_back(result.code);
+                              return Answer{answer.answer ? std::optional<Bytes>(bytesOf(*answer.answer))
+                                                          : std::nullopt,
+                                            {{"answer", orNull(answer.answer)}, {"codes", codes}}};
+                          }));
+
+    // Plain replies, or none when the scenario gives no value.
+    const auto answerWith = [this](std::uint32_t number, const char* field, auto value) {
+        reply(number, value ? int(sizeof *value) : -1, {{field, orNull(value)}});
+        return value ? std::optional<Bytes>(bytesOf(*value)) : std::nullopt;
+    };
+    commands.setResponder(0xFC08100Au, [this, answerWith](const kpf::IMessage&) {
+        return answerWith(0xFC08100Au, "interface", m_state.selectedInterface);
+    });
+    commands.setResponder(0xFC000004u, [this, answerWith](const kpf::IMessage&) {
+        return answerWith(0xFC000004u, "deviceParam", m_state.deviceParam);
+    });
+    commands.setResponder(0xFC051008u, [this, answerWith](const kpf::IMessage&) {
+        return answerWith(0xFC051008u, "answer", m_state.thumbCommitAnswer);
+    });
+}
+
+void SimulatedDevice::installServices()
+{
+    m_host.deviceConfig().setAnswer([this](std::int32_t slot) {
+        std::int32_t value = slot;
+        for (const Subcard& subcard : m_state.subcards) {
+            if (subcard.info.slotId == slot)
+                value = subcard.value;
+        }
+        m_trace.entry({Direction::Out, "call", 0, "subcardOfSlot", -1, {{"slot", slot}, {"answer", value}}});
+        return value;
+    });
+    m_host.subcardConfig().setAnswer([this](std::int32_t subcardValue, std::int32_t key, std::int32_t deviceParam) {
+        std::vector<int> tied;
+        for (const Subcard& subcard : m_state.subcards) {
+            const auto found = subcard.tied.find(key);
+            if (subcard.value == subcardValue && found != subcard.tied.end())
+                tied = found->second;
+        }
+        m_trace.entry({Direction::Out,
+                       "call",
+                       0,
+                       "relatedConnectors",
+                       -1,
+                       {{"subcard", subcardValue}, {"key", key}, {"deviceParam", deviceParam}, {"answer", tied}}});
+        return tied;
+    });
+}
+
+} // namespace sim
+} // namespace edidvm

@@ -1,0 +1,99 @@
+// edidsim: loads the output EDID view model on our host, plays a simulated
+// device and page from a scenario file, and prints the trace of every message
+// that crosses the component's boundary.
+
+#include "host/host.h"
+#include "sim/player.h"
+#include "sim/scenario.h"
+#include "sim/trace.h"
+
+#include <CLI/CLI.hpp>
+#include <QString>
+#include <QtGlobal>
+
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+#ifndef EDIDVM_DEFAULT_PLUGIN
+#define EDIDVM_DEFAULT_PLUGIN "liboutputedidviewmodel.so"
+#endif
+#ifndef EDIDVM_DEFAULT_SCENARIO
+#define EDIDVM_DEFAULT_SCENARIO "scenarios/default.json"
+#endif
+
+namespace {
+
+enum ExitCode { Passed = 0, ExpectationsNotMet = 1, BadInput = 2, PluginNotLoaded = 3 };
+
+edidvm::sim::Trace* g_trace = nullptr;
+
+// The library logs through Qt: its warnings go in line into the trace.
+void logToTrace(QtMsgType, const QMessageLogContext& context, const QString& text)
+{
+    if (g_trace != nullptr)
+        g_trace->warning({context.function != nullptr ? context.function : "", text.toStdString()});
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Plays a scenario against the output EDID view model: the simulated device answers its queries, "
+                 "the page sends the steps, and every message crossing the component's boundary is traced.",
+                 "edidsim");
+    std::string plugin = EDIDVM_DEFAULT_PLUGIN;
+    std::string file = EDIDVM_DEFAULT_SCENARIO;
+    bool json = false;
+    bool markdown = false;
+    app.add_option("scenario", file, "scenario file (JSON)")->capture_default_str();
+    app.add_option("--plugin", plugin, "the plug-in library to load")->capture_default_str();
+    app.add_flag("--json", json, "print the trace as JSON Lines");
+    app.add_flag("--messages-markdown", markdown, "print the message reference (docs/messages.md) and exit");
+    app.footer("Exit status: 0 every expectation met, 1 an expectation not met, 2 a bad scenario or command line, "
+               "3 a plug-in that does not load.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? Passed : BadInput;
+    }
+
+    if (markdown) {
+        std::fputs(edidvm::sim::messagesMarkdown().c_str(), stdout);
+        return Passed;
+    }
+
+    // Checked whole before anything runs.
+    edidvm::sim::Scenario scenario;
+    try {
+        scenario = edidvm::sim::loadScenario(file);
+    } catch (const edidvm::sim::ScenarioError& error) {
+        std::fprintf(stderr, "edidsim: %s\n", error.what());
+        return BadInput;
+    }
+
+    const bool colour = !json && isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+    edidvm::sim::Trace trace(stdout, json, colour);
+    g_trace = &trace;
+    const QtMessageHandler previous = qInstallMessageHandler(logToTrace);
+
+    int failed = 0;
+    {
+        edidvm::host::Host host;
+        if (!host.load(plugin)) {
+            qInstallMessageHandler(previous);
+            std::fprintf(stderr, "edidsim: %s\n", host.error().c_str());
+            return PluginNotLoaded;
+        }
+        edidvm::sim::Player player(host, scenario, trace);
+        failed = player.run();
+    }
+    qInstallMessageHandler(previous);
+    g_trace = nullptr;
+
+    if (failed != 0) {
+        std::fprintf(stderr, "edidsim: %s: %d step(s) did not meet their expectations\n", file.c_str(), failed);
+        return ExpectationsNotMet;
+    }
+    return Passed;
+}

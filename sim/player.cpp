@@ -1,0 +1,288 @@
+#include "sim/player.h"
+
+#include "protomodel/queryinfo.h"
+#include "viewmodel/viewmodelrecords.h"
+
+#include <cstring>
+#include <filesystem>
+#include <functional>
+
+namespace edidvm {
+namespace sim {
+
+using namespace LCD::ProtoModel::Interface;
+using LCD::GlobalMessageHander::QueryInfo;
+
+namespace {
+constexpr std::uint32_t Confirmation = 0xFC030605u;
+
+const char* kindOf(host::SentKind kind)
+{
+    switch (kind) {
+    case host::SentKind::Command:
+        return "command";
+    case host::SentKind::Event:
+        return "event";
+    case host::SentKind::QueuedEvent:
+        return "queued";
+    }
+    return "";
+}
+
+bool matches(const Expectation& expected, const Entry& came)
+{
+    const bool same =
+        expected.call.empty() ? came.number == expected.number : came.number == 0 && came.name == expected.call;
+    return same && fieldsMatch(came.fields, expected.fields);
+}
+
+std::string expectationText(const Expectation& expected)
+{
+    if (!expected.call.empty())
+        return entryText(0, expected.call, expected.fields);
+    return entryText(expected.number, findMessage(expected.number)->name, expected.fields);
+}
+} // namespace
+
+bool fieldsMatch(const Fields& actual, const Fields& expected)
+{
+    if (expected.is_object()) {
+        if (!actual.is_object())
+            return false;
+        for (const auto& item : expected.items()) {
+            if (!actual.contains(item.key()) || !fieldsMatch(actual[item.key()], item.value()))
+                return false;
+        }
+        return true;
+    }
+    if (expected.is_array()) {
+        if (!actual.is_array() || actual.size() != expected.size())
+            return false;
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            if (!fieldsMatch(actual[i], expected[i]))
+                return false;
+        }
+        return true;
+    }
+    return actual == expected;
+}
+
+Player::Player(host::Host& host, const Scenario& scenario, Trace& trace)
+    : m_host(host), m_scenario(scenario), m_trace(trace), m_device(host, trace)
+{}
+
+int Player::run()
+{
+    m_device.setState(m_scenario.device);
+    // Runs while the sender's payload is alive: vector objects and
+    // envelopes are decoded in place.
+    m_host.recorder().setHook([this](const host::SentMessage& sent, const void* data) {
+        const MessageInfo* info = findMessage(sent.number);
+        Entry entry{Direction::Out, kindOf(sent.kind), sent.number, info != nullptr ? info->name : "unknown",
+                    sent.size};
+        if (info != nullptr)
+            entry.fields = decodePayload(*info, data, sent.size);
+        if (sent.number == Confirmation && sent.size == sizeof m_lastBox && data != nullptr) {
+            std::memcpy(&m_lastBox, data, sizeof m_lastBox);
+            m_boxShown = true;
+        }
+        m_trace.entry(entry);
+    });
+
+    const std::string file = std::filesystem::path(m_scenario.file).filename().string();
+    m_trace.heading("scenario " + file + (m_scenario.name.empty() ? "" : ": " + m_scenario.name),
+                    {{"scenario", file}, {"name", m_scenario.name}});
+    for (const std::string& note : m_scenario.notes)
+        m_trace.note(note);
+
+    m_trace.entry({Direction::In, "event", 0xFFFF0000u, "Start", 0, Fields::object()});
+    for (kpf::IMessageHandler* component : m_host.components())
+        m_host.start(component);
+    m_trace.note("registered " + std::to_string(m_host.subscriptions().calls().size()) + " message numbers");
+    m_trace.takeOutputs();
+    m_trace.takeWarnings();
+    m_host.recorder().clear();
+
+    int failed = 0;
+    for (std::size_t index = 0; index < m_scenario.steps.size(); ++index) {
+        const Step& step = m_scenario.steps[index];
+        m_trace.heading("step " + std::to_string(index) + " " + step.name + (step.note.empty() ? "" : ": " + step.note),
+                        {{"step", index}, {"do", step.name}, {"note", step.note}});
+        play(step);
+        m_host.recorder().clear();
+        if (!check(index, step))
+            ++failed;
+    }
+    m_host.recorder().setHook(nullptr);
+    return failed;
+}
+
+void Player::deliver(std::uint32_t number, const void* data, int size)
+{
+    const MessageInfo* info = findMessage(number);
+    m_trace.entry({Direction::In, "event", number, info->name, size, decodePayload(*info, data, size)});
+    m_host.event(number, data, size);
+}
+
+void Player::askInterfaceType(std::uint32_t number)
+{
+    const char* name = findMessage(number)->name;
+    m_trace.entry({Direction::In, "command", number, name, 0, Fields::object()});
+    const std::optional<host::Bytes> reply = m_host.command(number, nullptr, 0);
+    Fields fields = {{"type", nullptr}};
+    if (reply && reply->size() == sizeof(std::int32_t)) {
+        std::int32_t type = 0;
+        std::memcpy(&type, reply->data(), sizeof type);
+        fields["type"] = type;
+    }
+    m_trace.entry({Direction::Out, "reply", number, name, reply ? static_cast<int>(reply->size()) : -1, fields});
+}
+
+void Player::play(const Step& step)
+{
+    switch (step.action) {
+    case Action::Current:
+        for (const s_InterfaceList& entry : m_device.state().interfaces) {
+            if (entry.interfaceId == step.interfaceId) {
+                const s_InterfaceList record = entry;
+                deliver(step.number, &record, sizeof record);
+                break;
+            }
+        }
+        break;
+    case Action::Refresh:
+    case Action::AskSelected:
+    case Action::PublishReference:
+    case Action::InUse:
+        deliver(step.number, nullptr, 0);
+        break;
+    case Action::ThumbCheck:
+    case Action::DetailCheck: {
+        // The page's request lives on its stack during the delivery.
+        QueryInfo<s_TimigCheckQuery> request;
+        request.info.stThumbCheckArry = step.thumbChecks;
+        request.info.stDetailCheckArry = step.detailChecks;
+        QueryInfo<s_TimigCheckQuery>* address = &request;
+        deliver(step.number, &address, sizeof address);
+        break;
+    }
+    case Action::ChooseThumb:
+        deliver(step.number, &step.thumbChoice, sizeof step.thumbChoice);
+        break;
+    case Action::ChooseReference:
+        deliver(step.number, &step.referenceChoice, sizeof step.referenceChoice);
+        break;
+    case Action::Answer: {
+        // The page sends the request back with the user's answer in it.
+        Model::s_MessageBoxRequest answer = m_lastBox;
+        if (step.box)
+            answer.boxId = *step.box;
+        else if (!m_boxShown)
+            m_trace.note("no confirmation has been raised: answering box " + std::to_string(answer.boxId));
+        answer.result = step.accept ? 1 : 0;
+        deliver(step.number, &answer, sizeof answer);
+        break;
+    }
+    case Action::ChangedThumb: {
+        const std::vector<s_InterfaceThumbTiming> timings = step.thumbTimings;
+        deliver(step.number, &timings, sizeof timings);
+        break;
+    }
+    case Action::ChangedReference: {
+        const std::vector<s_InterfacePresetTiming> timings = step.referenceTimings;
+        deliver(step.number, &timings, sizeof timings);
+        break;
+    }
+    case Action::Sdi: {
+        Model::s_SDIInterfaceInfo sdi;
+        sdi.interfaceId = step.interfaceId;
+        deliver(step.number, &sdi, sizeof sdi);
+        break;
+    }
+    case Action::InterfaceType:
+        askInterfaceType(step.number);
+        break;
+    case Action::Pump:
+        m_trace.note("delivered " + std::to_string(m_host.pump()) + " queued event(s)");
+        break;
+    case Action::ChangeDevice:
+        m_device.setState(*step.device);
+        m_trace.note("the device's state changes");
+        break;
+    }
+}
+
+namespace {
+// Pairs what was expected with what came, keeping the longest run of
+// matches in order, so one missing or extra message is reported once.
+// Returns the unmatched positions; -1 stands for nothing.
+std::vector<std::pair<int, int>> differences(std::size_t expected, std::size_t came,
+                                             const std::function<bool(std::size_t, std::size_t)>& same)
+{
+    std::vector<std::vector<int>> common(expected + 1, std::vector<int>(came + 1, 0));
+    for (std::size_t i = expected; i-- > 0;) {
+        for (std::size_t j = came; j-- > 0;)
+            common[i][j] = same(i, j) ? common[i + 1][j + 1] + 1 : std::max(common[i + 1][j], common[i][j + 1]);
+    }
+    std::vector<std::pair<int, int>> unmatched;
+    std::vector<int> missing;
+    std::vector<int> extra;
+    const auto flush = [&]() {
+        for (std::size_t k = 0; k < std::max(missing.size(), extra.size()); ++k)
+            unmatched.emplace_back(k < missing.size() ? missing[k] : -1, k < extra.size() ? extra[k] : -1);
+        missing.clear();
+        extra.clear();
+    };
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < expected || j < came) {
+        if (i < expected && j < came && same(i, j) && common[i][j] == common[i + 1][j + 1] + 1) {
+            flush();
+            ++i;
+            ++j;
+        } else if (j < came && (i == expected || common[i][j + 1] >= common[i + 1][j])) {
+            extra.push_back(static_cast<int>(j++));
+        } else {
+            missing.push_back(static_cast<int>(i++));
+        }
+    }
+    flush();
+    return unmatched;
+}
+} // namespace
+
+bool Player::check(std::size_t index, const Step& step)
+{
+    const std::vector<Entry> came = m_trace.takeOutputs();
+    const std::vector<Warning> logged = m_trace.takeWarnings();
+    if (!step.expect && !step.warnings)
+        return true;
+
+    bool met = true;
+    const auto report = [&](const char* what, int position, const std::string& expected, int at,
+                            const std::string& actual) {
+        met = false;
+        const std::string wanted = position < 0 ? "nothing" : "#" + std::to_string(position) + " " + expected;
+        const std::string got = at < 0 ? "nothing" : "#" + std::to_string(at) + " " + actual;
+        m_trace.failure("step " + std::to_string(index) + ": " + what + " differs\n   expected  " + wanted +
+                            "\n   came      " + got,
+                        {{"mismatch", {{"step", index}, {"what", what}, {"expected", wanted}, {"came", got}}}});
+    };
+
+    if (step.expect) {
+        const std::vector<Expectation>& expected = *step.expect;
+        const auto same = [&](std::size_t i, std::size_t j) { return matches(expected[i], came[j]); };
+        for (const auto& [i, j] : differences(expected.size(), came.size(), same))
+            report("a message", i, i < 0 ? "" : expectationText(expected[i]), j,
+                   j < 0 ? "" : entryText(came[j].number, came[j].name, came[j].fields));
+    }
+    // With expected messages, a warning nobody expected is a mismatch too.
+    const std::vector<std::string> warnings = step.warnings.value_or(std::vector<std::string>());
+    const auto same = [&](std::size_t i, std::size_t j) { return warnings[i] == logged[j].text; };
+    for (const auto& [i, j] : differences(warnings.size(), logged.size(), same))
+        report("a warning", i, i < 0 ? "" : "\"" + warnings[i] + "\"", j, j < 0 ? "" : "\"" + logged[j].text + "\"");
+    return met;
+}
+
+} // namespace sim
+} // namespace edidvm

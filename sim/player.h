@@ -1,0 +1,47 @@
+#pragma once
+
+// Plays a scenario's steps as the page and the device's other components
+// would send them, and compares what the component puts out with each step's
+// expectations.
+
+#include "host/host.h"
+#include "sim/device.h"
+#include "sim/scenario.h"
+#include "sim/trace.h"
+#include "viewmodel/viewmodelrecords.h"
+
+namespace edidvm {
+namespace sim {
+
+class Player
+{
+public:
+    // The host has loaded the plug-in; nothing is started yet.
+    Player(host::Host& host, const Scenario& scenario, Trace& trace);
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
+
+    // Starts the component and plays every step. Returns how many steps
+    // did not meet their expectations.
+    int run();
+
+private:
+    void play(const Step& step);
+    void deliver(std::uint32_t number, const void* data, int size);
+    void askInterfaceType(std::uint32_t number);
+    bool check(std::size_t index, const Step& step);
+
+    host::Host& m_host;
+    const Scenario& m_scenario;
+    Trace& m_trace;
+    SimulatedDevice m_device;
+    Model::s_MessageBoxRequest m_lastBox; // the last confirmation the component raised
+    bool m_boxShown = false;
+};
+
+// Whether every field of expected is in actual with the same value; lists
+// must match element by element.
+bool fieldsMatch(const Fields& actual, const Fields& expected);
+
+} // namespace sim
+} // namespace edidvm

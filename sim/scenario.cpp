@@ -1,0 +1,630 @@
+#include "sim/scenario.h"
+
+#include "sim/decode.h"
+
+#ifdef EDIDVM_HAVE_EDID
+#include "sim/edid/edid.h"
+#endif
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <set>
+#include <sstream>
+
+namespace edidvm {
+namespace sim {
+
+using nlohmann::json;
+using namespace LCD::ProtoModel::Interface;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::int64_t Int32Min = std::numeric_limits<std::int32_t>::min();
+constexpr std::int64_t Int32Max = std::numeric_limits<std::int32_t>::max();
+constexpr std::int64_t Word32Max = std::numeric_limits<std::uint32_t>::max();
+
+using Keys = std::vector<std::string>;
+
+const Keys DeviceKeys = {"interfaces",  "screens",  "subcards",    "selectedInterface",
+                         "deviceParam", "verdicts", "assessments", "thumbCommitAnswer"};
+const Keys StepKeys = {"do", "note", "expect", "warnings"};
+
+std::string joined(const Keys& keys)
+{
+    std::string text;
+    for (const std::string& key : keys)
+        text += (text.empty() ? "" : ", ") + key;
+    return text;
+}
+
+// A JSON value and where it sits, as a JSON pointer.
+class Node
+{
+public:
+    Node(const json& value, std::string path) : m_value(value), m_path(std::move(path)) {}
+
+    const json& value() const { return m_value; }
+
+    [[noreturn]] void fail(const std::string& text) const
+    {
+        throw ScenarioError((m_path.empty() ? "/" : m_path) + ": " + text);
+    }
+    [[noreturn]] void expected(const std::string& what) const { fail("expected " + what + ", got " + shown()); }
+
+    // An object with no other keys than these.
+    void keys(const Keys& allowed) const
+    {
+        if (!m_value.is_object())
+            expected("an object");
+        for (const auto& item : m_value.items()) {
+            if (std::find(allowed.begin(), allowed.end(), item.key()) == allowed.end())
+                child(item.key()).fail("unknown key; expected one of " + joined(allowed));
+        }
+    }
+    bool has(const char* key) const { return m_value.contains(key); }
+    Node at(const std::string& key) const { return Node(m_value.at(key), childPath(key)); }
+    Node need(const char* key, const std::string& what) const
+    {
+        if (!has(key))
+            child(key).fail("missing; expected " + what);
+        return at(key);
+    }
+    std::vector<Node> items(const std::string& what) const
+    {
+        if (!m_value.is_array())
+            expected(what);
+        std::vector<Node> nodes;
+        for (std::size_t i = 0; i < m_value.size(); ++i)
+            nodes.emplace_back(m_value[i], m_path + "/" + std::to_string(i));
+        return nodes;
+    }
+    std::int64_t integer(std::int64_t min = Int32Min, std::int64_t max = Int32Max) const
+    {
+        const bool whole = m_value.is_number_integer();
+        std::int64_t value = 0;
+        if (m_value.is_number_unsigned()) // beyond every range we accept when it does not fit
+            value = static_cast<std::int64_t>(std::min<std::uint64_t>(m_value.get<std::uint64_t>(), Word32Max + 1));
+        else if (whole)
+            value = m_value.get<std::int64_t>();
+        if (!whole || value < min || value > max) {
+            if (min == 0 && (max == Int32Max || max == Word32Max))
+                expected("a non-negative integer");
+            expected(min == Int32Min && max == Int32Max
+                         ? std::string("an integer")
+                         : "an integer from " + std::to_string(min) + " to " + std::to_string(max));
+        }
+        return value;
+    }
+    std::int32_t int32() const { return static_cast<std::int32_t>(integer()); }
+    // The value of key, when present, into target.
+    template <typename T>
+    void read(const char* key, T& target, std::int64_t min = Int32Min, std::int64_t max = Int32Max) const
+    {
+        if (has(key))
+            target = static_cast<T>(at(key).integer(min, max));
+    }
+    // The same, where null stands for no value.
+    template <typename T>
+    void readNullable(const char* key, std::optional<T>& target, std::int64_t min, std::int64_t max) const
+    {
+        if (has(key))
+            target =
+                at(key).value().is_null() ? std::nullopt : std::optional<T>(static_cast<T>(at(key).integer(min, max)));
+    }
+    std::vector<std::int32_t> integers(const std::string& what, std::int64_t min = Int32Min) const
+    {
+        std::vector<std::int32_t> values;
+        for (const Node& item : items(what))
+            values.push_back(static_cast<std::int32_t>(item.integer(min, Int32Max)));
+        return values;
+    }
+    double number() const
+    {
+        if (!m_value.is_number() || !std::isfinite(m_value.get<double>()) || m_value.get<double>() < 0.0)
+            expected("a non-negative number");
+        return m_value.get<double>();
+    }
+    std::string text() const
+    {
+        if (!m_value.is_string())
+            expected("a string");
+        return m_value.get<std::string>();
+    }
+    bool boolean() const
+    {
+        if (!m_value.is_boolean())
+            expected("true or false");
+        return m_value.get<bool>();
+    }
+
+private:
+    std::string childPath(const std::string& key) const
+    {
+        std::string escaped;
+        for (char c : key)
+            escaped += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
+        return m_path + "/" + escaped;
+    }
+    // Where a key is or would be; its value is not read.
+    Node child(const std::string& key) const
+    {
+        static const json absent;
+        return Node(absent, childPath(key));
+    }
+    std::string shown() const
+    {
+        switch (m_value.type()) {
+        case json::value_t::string:
+            return "a string";
+        case json::value_t::array:
+            return "an array";
+        case json::value_t::object:
+            return "an object";
+        default:
+            return m_value.dump();
+        }
+    }
+
+    const json& m_value;
+    std::string m_path;
+};
+
+// Width, height and refresh, and the carried words the record has.
+template <typename Record>
+Record readTiming(const Node& node, const std::vector<Word<Record>>& words)
+{
+    Keys allowed = {"width", "height", "refresh"};
+    for (const auto& word : words)
+        allowed.push_back(word.name);
+    node.keys(allowed);
+    Record timing;
+    timing.width = static_cast<std::int32_t>(node.need("width", "a width in pixels").integer(0, Int32Max));
+    timing.height = static_cast<std::int32_t>(node.need("height", "a height in lines").integer(0, Int32Max));
+    timing.refresh = static_cast<float>(node.need("refresh", "a frame rate in Hz").number());
+    for (const auto& word : words) {
+        if (node.has(word.name))
+            timing.*word.field = static_cast<std::uint32_t>(node.at(word.name).integer(0, Word32Max));
+    }
+    return timing;
+}
+
+template <typename Record>
+void copyResolution(const EdidTiming& from, Record& to)
+{
+    to.width = from.width;
+    to.height = from.height;
+    to.refresh = static_cast<float>(from.refresh);
+}
+
+class Reader
+{
+public:
+    Reader(fs::path base, std::vector<std::string>& notes) : m_base(std::move(base)), m_notes(notes) {}
+
+    void device(const Node& node, Device& device, bool patch);
+    Step step(const Node& node, Device& device);
+
+private:
+    std::int32_t interfaceRef(const Node& node) const
+    {
+        const std::int32_t id = node.int32();
+        if (m_ids.count(id) == 0) {
+            std::string ids;
+            for (std::int32_t known : m_ids)
+                ids += (ids.empty() ? "" : ", ") + std::to_string(known);
+            node.fail("unknown interface " + std::to_string(id) + "; expected one of the device's interfaces (" + ids +
+                      ")");
+        }
+        return id;
+    }
+    void interface(const Node& node, Device& device, s_InterfaceList& entry, bool partial);
+    std::vector<EdidTiming> edid(const Node& node);
+    Expectation expectation(const Node& node) const;
+    const EdidTiming& edidChoice(const Node& node, const Device& device) const;
+
+    fs::path m_base;
+    std::vector<std::string>& m_notes;
+    std::set<std::int32_t> m_ids;
+};
+
+std::vector<EdidTiming> Reader::edid(const Node& node)
+{
+    const std::string written = node.text();
+    std::vector<EdidTiming> timings;
+#ifdef EDIDVM_HAVE_EDID
+    try {
+        const edid::Edid decoded = edid::loadEdidFile((m_base / written).lexically_normal().string());
+        for (const std::string& note : decoded.notes)
+            m_notes.push_back(written + ": " + note);
+        for (const edid::DetailedTiming& timing : decoded.timings)
+            timings.push_back(
+                {timing.width, timing.height, timing.refreshHz, timing.preferred, edid::describe(timing)});
+    } catch (const std::exception& error) {
+        node.fail(error.what());
+    }
+    if (timings.empty())
+        node.fail(written + " holds no detailed timing");
+    // Listed with their indexes, which is how a step chooses one.
+    std::string list;
+    for (std::size_t i = 0; i < timings.size(); ++i)
+        list += (i == 0 ? " " : ", ") + std::to_string(i) + " " + timings[i].text +
+                (timings[i].preferred ? " (preferred)" : "");
+    m_notes.push_back(written + ": detailed timings" + list);
+#else
+    (void)m_notes;
+    node.fail("this build has no EDID decoder; expected thumb and detail timings instead");
+#endif
+    return timings;
+}
+
+void Reader::interface(const Node& node, Device& device, s_InterfaceList& entry, bool partial)
+{
+    node.keys({"id", "slot", "connector", "type", "status", "usedByScreen", "thumb", "detail", "edid", "words"});
+    node.read("slot", entry.slotId);
+    node.read("connector", entry.connectorId);
+    node.read("type", entry.stAuxiliaryInfo.interfaceType);
+    node.read("status", entry.stAuxiliaryInfo.interfaceStatus);
+    if (node.has("usedByScreen"))
+        entry.stAuxiliaryInfo.usedByScreen = node.at("usedByScreen").text();
+
+    if (node.has("edid")) {
+        if (node.has("thumb") || node.has("detail"))
+            node.at("edid").fail("expected either an EDID file or thumb and detail timings, not both");
+        std::vector<EdidTiming> timings = edid(node.at("edid"));
+        const auto preferred =
+            std::find_if(timings.begin(), timings.end(), [](const EdidTiming& timing) { return timing.preferred; });
+        const EdidTiming& chosen = preferred != timings.end() ? *preferred : timings.front();
+        copyResolution(chosen, entry.stThumbTiming);
+        copyResolution(chosen, entry.stTimingDetail);
+        device.edid[entry.interfaceId] = std::move(timings);
+    } else if (!partial || node.has("thumb") || node.has("detail")) {
+        if (!partial)
+            node.need("thumb", "a thumb timing or an EDID file");
+        if (node.has("thumb"))
+            entry.stThumbTiming = readTiming(node.at("thumb"), ThumbWords);
+        if (node.has("detail")) {
+            entry.stTimingDetail = readTiming(node.at("detail"), DetailWords);
+        } else if (!partial) {
+            entry.stTimingDetail.width = entry.stThumbTiming.width;
+            entry.stTimingDetail.height = entry.stThumbTiming.height;
+            entry.stTimingDetail.refresh = entry.stThumbTiming.refresh;
+        }
+        device.edid.erase(entry.interfaceId);
+    }
+
+    if (node.has("words")) {
+        const Node words = node.at("words");
+        words.keys({"ifWord92", "ifWord158", "checkParam0", "checkParam1"});
+        words.read("ifWord92", entry.ifWord92, 0, Word32Max);
+        words.read("ifWord158", entry.ifWord158, 0, Word32Max);
+        words.read("checkParam0", entry.checkParam0);
+        words.read("checkParam1", entry.checkParam1);
+    }
+}
+
+void Reader::device(const Node& node, Device& device, bool patch)
+{
+    if (!patch) {
+        for (const Node& item : node.need("interfaces", "a list of interfaces").items("a list of interfaces")) {
+            s_InterfaceList entry;
+            entry.stAuxiliaryInfo.usedByScreen.clear(); // not used by a screen unless the scenario says so
+            const Node id = item.need("id", "an interface id");
+            entry.interfaceId = id.int32();
+            if (!m_ids.insert(entry.interfaceId).second)
+                id.fail("interface " + std::to_string(entry.interfaceId) + " is defined twice");
+            interface(item, device, entry, false);
+            device.interfaces.push_back(entry);
+        }
+    } else if (node.has("interfaces")) {
+        for (const Node& item : node.at("interfaces").items("a list of interface changes")) {
+            const std::int32_t id = interfaceRef(item.need("id", "an interface id"));
+            for (s_InterfaceList& entry : device.interfaces) {
+                if (entry.interfaceId == id)
+                    interface(item, device, entry, true);
+            }
+        }
+    }
+
+    if (node.has("screens")) {
+        device.screens.clear();
+        for (const Node& item : node.at("screens").items("a list of screens")) {
+            item.keys({"id", "index", "type", "outputs"});
+            Screen screen;
+            screen.info.screenId = static_cast<std::uint32_t>(item.need("id", "a screen id").integer(0, Word32Max));
+            screen.info.screenIndex = static_cast<std::uint32_t>(device.screens.size());
+            item.read("index", screen.info.screenIndex, 0, Word32Max);
+            item.read("type", screen.type);
+            for (const Node& output : item.need("outputs", "a list of interface ids").items("a list of interface ids"))
+                screen.info.stOutputDetailArry.emplace_back().interfaceId = interfaceRef(output);
+            device.screens.push_back(screen);
+        }
+    }
+    if (node.has("subcards")) {
+        device.subcards.clear();
+        for (const Node& item : node.at("subcards").items("a list of subcards")) {
+            item.keys({"slot", "subcard", "connectors"});
+            Subcard subcard;
+            subcard.info.slotId = item.need("slot", "a slot id").int32();
+            subcard.value = subcard.info.slotId;
+            item.read("subcard", subcard.value);
+            for (const Node& connector :
+                 item.need("connectors", "a list of connectors").items("a list of connectors")) {
+                connector.keys({"connector", "key", "tied"});
+                LCD::ProtoModel::Subcard::s_SubcardConnector record;
+                record.connectorId = connector.need("connector", "a connector number").int32();
+                record.connectorKey = connector.need("key", "the connector's key").int32();
+                if (connector.has("tied"))
+                    subcard.tied[record.connectorKey] = connector.at("tied").integers("a list of connector numbers");
+                subcard.info.stConnectorArry.push_back(record);
+            }
+            device.subcards.push_back(subcard);
+        }
+    }
+    node.readNullable("selectedInterface", device.selectedInterface, Int32Min, Int32Max);
+    node.readNullable("deviceParam", device.deviceParam, Int32Min, Int32Max);
+    node.readNullable("thumbCommitAnswer", device.thumbCommitAnswer, 0, 255);
+    if (node.has("verdicts")) {
+        device.verdicts.clear();
+        for (const Node& item : node.at("verdicts").items("a list of verdicts")) {
+            item.keys(
+                {"interface", "bandwidthLimit", "bandwidthNeeded", "overBandwidth", "maxFrameRate", "frameRates"});
+            s_TimigCheckResult verdict;
+            verdict.interfaceId = interfaceRef(item.need("interface", "an interface id"));
+            item.read("bandwidthLimit", verdict.bandwidthLimit, 0);
+            item.read("bandwidthNeeded", verdict.bandwidthNeeded, 0);
+            if (item.has("overBandwidth"))
+                verdict.overBandwidth = item.at("overBandwidth").boolean() ? 1 : 0;
+            item.read("maxFrameRate", verdict.maxFrameRate, 0);
+            if (item.has("frameRates"))
+                verdict.frameRates = item.at("frameRates").integers("a list of frame rates in hundredths of a Hz", 0);
+            device.verdicts.push_back(verdict);
+        }
+    }
+    if (node.has("assessments")) {
+        device.assessments.clear();
+        for (const Node& item : node.at("assessments").items("a list of assessment answers")) {
+            item.keys({"answer", "codes"});
+            Assessment assessment;
+            item.readNullable("answer", assessment.answer, 0, 255);
+            if (item.has("codes")) {
+                for (std::int32_t code : item.at("codes").integers("a list of assessment codes"))
+                    assessment.results.push_back({0, code});
+            }
+            device.assessments.push_back(assessment);
+        }
+    }
+}
+
+const EdidTiming& Reader::edidChoice(const Node& node, const Device& device) const
+{
+    node.keys({"interface", "index"});
+    const std::int32_t id = interfaceRef(node.need("interface", "an interface id"));
+    const auto found = device.edid.find(id);
+    if (found == device.edid.end())
+        node.at("interface").fail("interface " + std::to_string(id) + " has no EDID file");
+    const Node index = node.need("index", "the index of a detailed timing");
+    return found->second.at(static_cast<std::size_t>(index.integer(0, std::int64_t(found->second.size()) - 1)));
+}
+
+Expectation Reader::expectation(const Node& node) const
+{
+    Expectation expectation;
+    const bool object = node.value().is_object();
+    if (object) {
+        if (node.has("number") == node.has("name"))
+            node.fail("expected either \"number\" or \"name\"");
+        for (const auto& item : node.value().items()) {
+            if (item.key() != "number" && item.key() != "name")
+                expectation.fields[item.key()] = item.value();
+        }
+    } else if (!node.value().is_string()) {
+        node.expected("a message name or number, or an object with \"number\" or \"name\" and fields");
+    }
+    const Node ident = object ? node.at(node.has("number") ? "number" : "name") : node;
+    const std::string text = ident.text();
+    if (text == "subcardOfSlot" || text == "relatedConnectors") {
+        expectation.call = text;
+        return expectation;
+    }
+    const MessageInfo* info = nullptr;
+    if (text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0) {
+        char* end = nullptr;
+        const unsigned long number = std::strtoul(text.c_str() + 2, &end, 16);
+        if (end != nullptr && *end == '\0' && text.size() > 2 && number <= Word32Max)
+            info = findMessage(static_cast<std::uint32_t>(number));
+    } else {
+        info = findMessage(text);
+    }
+    if (info == nullptr)
+        ident.fail("unknown message \"" + text +
+                   "\"; expected a name or number of the message table (edidsim --messages-markdown), "
+                   "subcardOfSlot or relatedConnectors");
+    expectation.number = info->number;
+    return expectation;
+}
+
+struct StepKind
+{
+    const char* name;
+    Action action;
+    std::uint32_t number;
+    Keys keys;
+};
+
+const std::vector<StepKind> StepKinds = {
+    {"current", Action::Current, 0xFC021009u, {"interface"}},
+    {"refresh", Action::Refresh, 0xFC00060Au, {}},
+    {"askSelected", Action::AskSelected, 0xFC00060Bu, {}},
+    {"thumbCheck", Action::ThumbCheck, 0xFC000605u, {"checks"}},
+    {"detailCheck", Action::DetailCheck, 0xFC000606u, {"checks"}},
+    {"chooseThumb", Action::ChooseThumb, 0xFC00060Cu, {"timing", "edid"}},
+    {"chooseReference", Action::ChooseReference, 0xFC00060Du, {"timing", "edid"}},
+    {"publishReference", Action::PublishReference, 0xFC070606u, {}},
+    {"answer", Action::Answer, 0xFC000620u, {"accept", "box"}},
+    {"changedThumb", Action::ChangedThumb, 0xFC081006u, {"timings"}},
+    {"changedReference", Action::ChangedReference, 0xFC081005u, {"timings"}},
+    {"sdi", Action::Sdi, 0xFC031007u, {"interface"}},
+    {"inUse", Action::InUse, 0xFC000617u, {"trigger"}},
+    {"interfaceType", Action::InterfaceType, 0xFC051016u, {}},
+    {"pump", Action::Pump, 0, {}},
+    {"device", Action::ChangeDevice, 0, DeviceKeys},
+};
+
+Step Reader::step(const Node& node, Device& device)
+{
+    if (!node.value().is_object())
+        node.expected("a step object");
+    const Node what = node.need("do", "what the step does");
+    const std::string name = what.text();
+    const auto kind = std::find_if(StepKinds.begin(), StepKinds.end(),
+                                   [&name](const StepKind& candidate) { return name == candidate.name; });
+    if (kind == StepKinds.end()) {
+        Keys names;
+        for (const StepKind& candidate : StepKinds)
+            names.push_back(candidate.name);
+        what.fail("unknown step \"" + name + "\"; expected one of " + joined(names));
+    }
+    Keys allowed = StepKeys;
+    allowed.insert(allowed.end(), kind->keys.begin(), kind->keys.end());
+    node.keys(allowed);
+
+    Step step;
+    step.action = kind->action;
+    step.name = name;
+    step.number = kind->number;
+    if (node.has("note"))
+        step.note = node.at("note").text();
+
+    switch (step.action) {
+    case Action::Current:
+    case Action::Sdi:
+        step.interfaceId = interfaceRef(node.need("interface", "an interface id"));
+        break;
+    case Action::ThumbCheck:
+    case Action::DetailCheck:
+        for (const Node& item : node.need("checks", "a list of checks").items("a list of checks")) {
+            item.keys({"timing", "tag"});
+            std::int32_t tag = 0;
+            item.read("tag", tag);
+            const Node timing = item.need("timing", "a timing");
+            if (step.action == Action::ThumbCheck)
+                step.thumbChecks.push_back({0, tag, readTiming(timing, ThumbWords), 0, 0});
+            else
+                step.detailChecks.push_back({0, tag, readTiming(timing, DetailWords), 0, 0});
+        }
+        break;
+    case Action::ChooseThumb:
+    case Action::ChooseReference: {
+        if (node.has("timing") == node.has("edid"))
+            node.fail("expected either \"timing\" or \"edid\"");
+        const bool thumb = step.action == Action::ChooseThumb;
+        if (node.has("edid") && thumb)
+            copyResolution(edidChoice(node.at("edid"), device), step.thumbChoice.stThumbTiming);
+        else if (node.has("edid"))
+            copyResolution(edidChoice(node.at("edid"), device), step.referenceChoice.stTimingDetail);
+        else if (thumb)
+            step.thumbChoice.stThumbTiming = readTiming(node.at("timing"), ThumbWords);
+        else
+            step.referenceChoice.stTimingDetail = readTiming(node.at("timing"), DetailWords);
+        break;
+    }
+    case Action::Answer:
+        step.accept = node.need("accept", "true or false").boolean();
+        if (node.has("box"))
+            step.box = node.at("box").int32();
+        break;
+    case Action::ChangedThumb:
+    case Action::ChangedReference:
+        for (const Node& item : node.need("timings", "a list of timings").items("a list of timings")) {
+            item.keys({"interface", "timing", "tailParam0"});
+            const std::int32_t id = interfaceRef(item.need("interface", "an interface id"));
+            const Node timing = item.need("timing", "a timing");
+            std::uint32_t tail = 0;
+            item.read("tailParam0", tail, 0, Word32Max);
+            if (step.action == Action::ChangedThumb)
+                step.thumbTimings.push_back({id, readTiming(timing, ThumbWords), tail, 0});
+            else
+                step.referenceTimings.push_back({id, readTiming(timing, DetailWords), tail, 0});
+        }
+        break;
+    case Action::InUse:
+        if (node.has("trigger")) {
+            const Expectation trigger = expectation(node.at("trigger"));
+            if (trigger.number != 0xFC000617u && trigger.number != 0xFC030204u && trigger.number != 0xFC08021Eu)
+                node.at("trigger").fail("expected InUseAsked, InUseAsked2 or InUseAsked3");
+            step.number = trigger.number;
+        }
+        break;
+    case Action::ChangeDevice: {
+        auto changed = std::make_shared<Device>(device);
+        this->device(node, *changed, true);
+        device = *changed;
+        step.device = changed;
+        break;
+    }
+    default:
+        break;
+    }
+
+    if (node.has("expect")) {
+        step.expect.emplace();
+        for (const Node& item : node.at("expect").items("a list of expected messages"))
+            step.expect->push_back(expectation(item));
+    }
+    if (node.has("warnings")) {
+        step.warnings.emplace();
+        for (const Node& item : node.at("warnings").items("a list of warning texts"))
+            step.warnings->push_back(item.text());
+    }
+    return step;
+}
+
+} // namespace
+
+Scenario loadScenario(const std::string& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    if (!in)
+        throw ScenarioError(file + ": cannot be read");
+    std::stringstream text;
+    text << in.rdbuf();
+
+    json root;
+    try {
+        root = json::parse(text.str());
+    } catch (const json::parse_error& error) {
+        // "[json.exception.parse_error.101] parse error at line 2, column 5: ..."
+        const std::string what = error.what();
+        const std::size_t start = what.find("] ");
+        throw ScenarioError(file + ": " + (start == std::string::npos ? what : what.substr(start + 2)));
+    }
+
+    Scenario scenario;
+    scenario.file = file;
+    try {
+        Reader reader(fs::path(file).parent_path(), scenario.notes);
+        const Node top(root, "");
+        top.keys({"name", "description", "device", "steps"});
+        if (top.has("name"))
+            scenario.name = top.at("name").text();
+        if (top.has("description"))
+            scenario.description = top.at("description").text();
+        const Node device = top.need("device", "the device's state");
+        device.keys(DeviceKeys);
+        reader.device(device, scenario.device, false);
+
+        Device current = scenario.device;
+        for (const Node& item : top.need("steps", "a list of steps").items("a list of steps"))
+            scenario.steps.push_back(reader.step(item, current));
+    } catch (const ScenarioError& error) {
+        throw ScenarioError(file + ": " + error.what());
+    }
+    return scenario;
+}
+
+} // namespace sim
+} // namespace edidvm

@@ -1,0 +1,65 @@
+#pragma once
+
+// The trace: one line per message crossing the component's boundary, with
+// the component's warnings where they happen. Text for people (coloured on a
+// terminal) or JSON Lines for programs; no addresses and no times, so two
+// runs of the same build diff clean.
+
+#include "sim/messages.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace edidvm {
+namespace sim {
+
+struct Entry
+{
+    Direction direction = Direction::In;
+    std::string kind;         // command, event, queued, reply or call
+    std::uint32_t number = 0; // 0 for a configuration service call
+    std::string name;
+    int length = -1; // payload bytes; -1 where nothing travels as bytes
+    Fields fields = Fields::object();
+};
+
+struct Warning
+{
+    std::string function; // the full signature, as logged
+    std::string text;
+};
+
+class Trace
+{
+public:
+    Trace(std::FILE* out, bool json, bool colour);
+
+    void heading(const std::string& text, const Fields& record);
+    void entry(const Entry& entry);
+    void warning(const Warning& warning);
+    void note(const std::string& text);
+    void failure(const std::string& text, const Fields& record);
+
+    // What the component put out and logged since the last call.
+    std::vector<Entry> takeOutputs();
+    std::vector<Warning> takeWarnings();
+
+private:
+    void line(const char* colour, const std::string& text, const Fields& record);
+
+    std::FILE* m_out;
+    bool m_json;
+    bool m_colour;
+    std::vector<Entry> m_outputs;
+    std::vector<Warning> m_warnings;
+};
+
+// "timing=1920x1080@60.00 box={id=35 type=2}"
+std::string fieldsText(const Fields& fields);
+// "0xFC030605 Confirmation box={id=35}", or "relatedConnectors subcard=1 ..."
+std::string entryText(std::uint32_t number, const std::string& name, const Fields& fields);
+
+} // namespace sim
+} // namespace edidvm
