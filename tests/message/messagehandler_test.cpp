@@ -169,7 +169,7 @@ TEST_F(MessageHandlerTest, SendCommandCopiesAReplyOnlyWhenItsSizeMatchesAndRelea
         host.commands().clearReleases();
         host.commands().removeResponder(0xFC08100Au);
         if (answered)
-            host.commands().setResponder(0xFC08100Au, [&](const kpf::IMessage&) { return reply; });
+            host.commands().setResponder(0xFC08100Au, [reply = reply](const kpf::IMessage&) { return reply; });
         unsigned char buffer[8];
         std::memset(buffer, 0xAB, sizeof buffer);
         const std::int32_t payload = 0x01020304;

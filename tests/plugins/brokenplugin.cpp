@@ -22,7 +22,8 @@ kpf::ComponentInfo* table[] = {&nullCreator, nullptr};
 kpf::ComponentInfo* table[] = {nullptr};
 #endif
 
-const kpf::PluginInfo info = {"0.1", table, "broken", "0.1.0", "{}"};
+// Unused in the variants without pluginfo or with a null description.
+[[maybe_unused]] const kpf::PluginInfo info = {"0.1", table, "broken", "0.1.0", "{}"};
 
 } // namespace
 

@@ -186,7 +186,7 @@ TEST(EdidBadInput, FileErrorsNameThePath)
          ": block 1, byte 127: checksum is 0xa7, must be 0xa6 to make the block sum to 0"},
     };
     for (const auto& [path, error] : cases) {
-        EXPECT_EQ(errorOf([&] { return loadEdidFile(path); }), path + error);
+        EXPECT_EQ(errorOf([&path = path] { return loadEdidFile(path); }), path + error);
     }
 }
 
