@@ -149,6 +149,27 @@ bool holdsFrame(const s_TimigCheckResult& result, float refresh)
                        [wanted](std::int32_t rate) { return static_cast<float>(rate) == wanted; });
 }
 
+// Without the current interface there is no frame rate to compare.
+bool anyMissesFrame(const s_TimigCheckResultArry& results, const s_InterfaceList* current)
+{
+    if (current == nullptr)
+        return false;
+    const float refresh = current->stThumbTiming.refresh;
+    return std::any_of(results.begin(), results.end(),
+                       [refresh](const s_TimigCheckResult& result) { return !holdsFrame(result, refresh); });
+}
+
+// Every check carries the current interface, whatever the page put in.
+template <typename Check>
+void stampChecks(std::vector<Check>& checks, std::int32_t interfaceId, const s_InterfaceList& current)
+{
+    for (Check& check : checks) {
+        check.interfaceId = interfaceId;
+        check.checkParam0 = current.checkParam0;
+        check.checkParam1 = current.checkParam1;
+    }
+}
+
 bool forwardsDetailResults(const s_InterfaceList* current)
 {
     return current != nullptr &&
@@ -440,11 +461,7 @@ kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg
         EDIDVM_WARNING() << "Not find interface source. interfaceid:" << m_curInterfaceInfo.interfaceId;
         return nullptr;
     }
-    for (s_ThumbTimigCheck& check : checks) {
-        check.interfaceId = m_curInterfaceInfo.interfaceId;
-        check.checkParam0 = current->checkParam0;
-        check.checkParam1 = current->checkParam1;
-    }
+    stampChecks(checks, m_curInterfaceInfo.interfaceId, *current);
     std::vector<s_ThumbTimigCheck> extra = getSDIInterfaceCheckArray(checks);
     checks.insert(checks.end(), extra.begin(), extra.end());
 
@@ -485,11 +502,7 @@ kpf::IMessage* OutputEDIDViewModel::setDetailTimingCheck(const kpf::IMessage* ms
         EDIDVM_WARNING() << "Not find input source. interfaceid:" << m_curInterfaceInfo.interfaceId;
         return nullptr;
     }
-    for (s_DetailTimigCheck& check : checks) {
-        check.interfaceId = m_curInterfaceInfo.interfaceId;
-        check.checkParam0 = current->checkParam0;
-        check.checkParam1 = current->checkParam1;
-    }
+    stampChecks(checks, m_curInterfaceInfo.interfaceId, *current);
     std::vector<s_DetailTimigCheck> extra = getSDIInterfaceDetailCheckArray(checks);
     checks.insert(checks.end(), extra.begin(), extra.end());
 
@@ -506,14 +519,7 @@ void OutputEDIDViewModel::setThumbTimingCheckResp(s_TimigCheckResultArry results
         return;
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
     const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, m_curInterfaceInfo.interfaceId);
-    // Without the current interface there is no frame rate to compare.
-    bool missingFrame = false;
-    if (current != nullptr) {
-        const float refresh = current->stThumbTiming.refresh;
-        missingFrame = std::any_of(results.begin(), results.end(), [refresh](const s_TimigCheckResult& result) {
-            return !holdsFrame(result, refresh);
-        });
-    }
+    const bool missingFrame = anyMissesFrame(results, current);
     // The vector object itself travels; the page reads it during delivery.
     sendEvent(kpf::wireInt(EvThumbCheckResults), sizeof results, &results);
     if (missingFrame)
@@ -537,13 +543,7 @@ void OutputEDIDViewModel::setDetailTimingCheckResp(s_TimigCheckResultArry result
             sendEvent(kpf::wireInt(EvDetailCheckResults), sizeof results, &results);
         return;
     }
-    bool missingFrame = false;
-    if (current != nullptr) {
-        const float refresh = current->stThumbTiming.refresh;
-        missingFrame = std::any_of(results.begin(), results.end(), [refresh](const s_TimigCheckResult& result) {
-            return !holdsFrame(result, refresh);
-        });
-    }
+    const bool missingFrame = anyMissesFrame(results, current);
     if (forward)
         sendEvent(kpf::wireInt(EvDetailCheckResults), sizeof results, &results);
     if (missingFrame)
