@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The test command: installs what it needs, builds the library and its tests
 # for x86-64 and runs them with the ABI check, cross-builds the same for
-# AArch64 and runs them under qemu-user, then runs every test again under
+# AArch64 and runs them under qemu-user, makes and checks the Debian packages
+# for both, then runs every test again under
 # AddressSanitizer + UndefinedBehaviorSanitizer and under ThreadSanitizer,
 # and the fuzzer for a minute. Fails on the first failure.
 set -euo pipefail
@@ -21,6 +22,9 @@ ctest --test-dir "$root/build-x86_64" --output-on-failure -j "$jobs"
 echo "== x86-64: binary interface against the committed baseline"
 bash "$root/scripts/abi-check.sh" "$root/build-x86_64/plugin/liboutputedidviewmodel.so"
 
+echo "== x86-64: Debian packages"
+bash "$root/scripts/check-packages.sh" "$root/build-x86_64:amd64"
+
 echo "== AArch64: cross-build and test under qemu-user"
 cmake -S "$root" -B "$root/build-aarch64" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_TOOLCHAIN_FILE="$root/cmake/aarch64-linux-gnu.cmake" \
@@ -28,6 +32,8 @@ cmake -S "$root" -B "$root/build-aarch64" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDeb
 cmake --build "$root/build-aarch64" -j "$jobs"
 file "$root/build-aarch64/plugin/liboutputedidviewmodel.so" 2>/dev/null || true
 ctest --test-dir "$root/build-aarch64" --output-on-failure -j "$jobs"
+echo "== AArch64: Debian package"
+bash "$root/scripts/check-packages.sh" "$root/build-aarch64:arm64"
 
 # Sanitizers and the fuzzer run natively: they do not work under qemu-user.
 bash "$root/scripts/sanitizers.sh"

@@ -21,12 +21,24 @@
 #ifndef EDIDVM_DEFAULT_SCENARIO
 #define EDIDVM_DEFAULT_SCENARIO "scenarios/default.json"
 #endif
+#ifndef EDIDVM_INSTALLED_PLUGIN
+#define EDIDVM_INSTALLED_PLUGIN EDIDVM_DEFAULT_PLUGIN
+#endif
+#ifndef EDIDVM_INSTALLED_SCENARIO
+#define EDIDVM_INSTALLED_SCENARIO EDIDVM_DEFAULT_SCENARIO
+#endif
 
 namespace {
 
 enum ExitCode { Passed = 0, ExpectationsNotMet = 1, BadInput = 2, PluginNotLoaded = 3 };
 
 edidvm::sim::Trace* g_trace = nullptr;
+
+// The build tree's file when run from there, the installed one otherwise.
+std::string firstReadable(const char* built, const char* installed)
+{
+    return access(built, R_OK) == 0 ? built : installed;
+}
 
 // The library logs through Qt: its warnings go in line into the trace.
 void logToTrace(QtMsgType, const QMessageLogContext& context, const QString& text)
@@ -42,8 +54,8 @@ int main(int argc, char** argv)
     CLI::App app("Plays a scenario against the output EDID view model: the simulated device answers its queries, "
                  "the page sends the steps, and every message crossing the component's boundary is traced.",
                  "edidsim");
-    std::string plugin = EDIDVM_DEFAULT_PLUGIN;
-    std::string file = EDIDVM_DEFAULT_SCENARIO;
+    std::string plugin = firstReadable(EDIDVM_DEFAULT_PLUGIN, EDIDVM_INSTALLED_PLUGIN);
+    std::string file = firstReadable(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO);
     bool json = false;
     bool markdown = false;
     app.add_option("scenario", file, "scenario file (JSON)")->capture_default_str();
