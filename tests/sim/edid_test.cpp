@@ -10,14 +10,11 @@
 #include <iterator>
 #include <numeric>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-using edidvm::edid::DetailedTiming;
-using edidvm::edid::Edid;
-using edidvm::edid::EdidError;
-using edidvm::edid::loadEdidFile;
-using edidvm::edid::parseEdid;
+using namespace edidvm::edid;
 
 namespace {
 
@@ -42,12 +39,6 @@ const std::vector<ReferenceFile> kReference = {
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes readBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // A real two-block EDID (base and CTA-861) changed by the cases below: bytes
 // set, then a block's checksum fixed if asked, then the file cut to a size.
 struct Change
@@ -59,13 +50,13 @@ struct Change
 
 Bytes viewsonic(const Change& change = {})
 {
-    Bytes bytes = readBytes(EDIDVM_SHARED_EDID_DIR "/viewsonic-vp2768-dp.edid");
-    for (const auto& [offset, value] : change.writes) {
+    std::ifstream in(EDIDVM_SHARED_EDID_DIR "/viewsonic-vp2768-dp.edid", std::ios::binary);
+    Bytes bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    for (const auto& [offset, value] : change.writes)
         bytes[offset] = value;
-    }
     if (change.fixBlock >= 0) {
         const auto block = bytes.begin() + change.fixBlock * 128;
-        bytes[change.fixBlock * 128 + 127] = static_cast<std::uint8_t>(-std::accumulate(block, block + 127, 0u));
+        block[127] = static_cast<std::uint8_t>(-std::accumulate(block, block + 127, 0u));
     }
     bytes.resize(change.size);
     return bytes;
@@ -81,113 +72,80 @@ std::string errorOf(const std::function<Edid()>& decode)
     return "(no error)";
 }
 
-TEST(EdidDecode, EverySharedFileIsInTheReference)
+TEST(EdidDecode, EverySharedFileHasTheTimingsOfEdidDecode)
 {
-    int files = 0;
+    int files = 0, interlaced = 0;
     for (const auto& entry : std::filesystem::directory_iterator(EDIDVM_SHARED_EDID_DIR)) {
-        if (entry.path().extension() == ".edid") {
-            ++files;
-            const std::string path = entry.path().string();
-            EXPECT_TRUE(std::any_of(kReference.begin(), kReference.end(),
-                                    [&](const ReferenceFile& file) { return file.path == path; }))
-                << path << " is not in the reference: rerun CMake";
-        }
-    }
-    EXPECT_GT(files, 0);
-}
-
-TEST(EdidDecode, SameDetailedTimingsAsEdidDecode)
-{
-    int interlaced = 0;
-    for (const ReferenceFile& file : kReference) {
-        SCOPED_TRACE(file.path);
-        const Edid edid = loadEdidFile(file.path);
-        ASSERT_EQ(edid.timings.size(), file.timings.size());
-        for (std::size_t i = 0; i < file.timings.size(); ++i) {
-            const Reference& want = file.timings[i];
+        if (entry.path().extension() != ".edid")
+            continue;
+        ++files;
+        const std::string path = entry.path().string();
+        SCOPED_TRACE(path);
+        const auto file = std::find_if(kReference.begin(), kReference.end(), [&](auto& f) { return f.path == path; });
+        ASSERT_NE(file, kReference.end()) << "not in the reference: rerun CMake";
+        const Edid edid = loadEdidFile(path);
+        ASSERT_EQ(edid.timings.size(), file->timings.size());
+        for (std::size_t i = 0; i < edid.timings.size(); ++i) {
+            const Reference& want = file->timings[i];
             const DetailedTiming& got = edid.timings[i];
             SCOPED_TRACE("DTD " + std::to_string(want.number) + ": " + describe(got));
-            EXPECT_EQ(got.index + 1, want.number);
-            EXPECT_EQ(got.block, want.block);
-            EXPECT_EQ(got.preferred, i == 0 && want.block == 0);
-            EXPECT_EQ(got.width, want.width);
-            EXPECT_EQ(got.height, want.height);
-            EXPECT_EQ(got.interlaced, want.interlaced);
+            // Number, block, preferred, size, interlace, then the porches.
+            EXPECT_EQ(std::make_tuple(got.index + 1, got.block, got.preferred, got.width, got.height, got.interlaced),
+                      std::make_tuple(want.number, want.block, i == 0 && want.block == 0, want.width, want.height,
+                                      want.interlaced));
+            EXPECT_EQ(std::make_tuple(got.hFrontPorch, got.hSync, got.hBlank - got.hFrontPorch - got.hSync,
+                                      got.vFrontPorch, got.vSync, got.vBlank - got.vFrontPorch - got.vSync),
+                      std::make_tuple(want.hFront, want.hSync, want.hBack, want.vFront, want.vSync, want.vBack));
             EXPECT_NEAR(got.refreshHz, want.refreshHz, 0.01);
             EXPECT_NEAR(got.pixelClockKHz / 1000.0, want.pixelClockMHz, 1e-6);
-            EXPECT_EQ(got.hFrontPorch, want.hFront);
-            EXPECT_EQ(got.hSync, want.hSync);
-            EXPECT_EQ(got.hBlank - got.hFrontPorch - got.hSync, want.hBack);
-            EXPECT_EQ(got.vFrontPorch, want.vFront);
-            EXPECT_EQ(got.vSync, want.vSync);
-            EXPECT_EQ(got.vBlank - got.vFrontPorch - got.vSync, want.vBack);
             interlaced += want.interlaced;
         }
     }
-    // The reference must exercise the frame height and field rate rules.
-    EXPECT_GT(interlaced, 0);
+    EXPECT_GT(files, 0);
+    EXPECT_GT(interlaced, 0) << "the files must exercise the frame height and field rate rules";
 }
 
 TEST(EdidDescribe, WidthHeightInterlaceAndRefreshToTwoDecimals)
 {
-    struct Case
-    {
-        const char* file;
-        std::size_t index;
-        const char* text;
+    const std::tuple<const char*, std::size_t, const char*> cases[] = {
+        {"viewsonic-vp2768-dp.edid", 0, "2560x1440@59.95"},
+        {"viewsonic-vp2768-dp.edid", 2, "1920x1080i@60.00"},
+        {"samsung-s27a950d-dp.edid", 0, "1920x1080@119.98"},
     };
-    const Case cases[] = {
-        {"viewsonic-vp2768-dp.edid", 0, "2560x1440@59.95"},  {"viewsonic-vp2768-dp.edid", 2, "1920x1080i@60.00"},
-        {"samsung-s27a950d-dp.edid", 0, "1920x1080@119.98"}, {"goldstar-ite6604-hdmi.edid", 0, "1920x1080@59.93"},
-        {"panasonic-mei96a2-dp.edid", 1, "2560x1440@48.00"},
-    };
-    for (const Case& c : cases) {
-        const Edid edid = loadEdidFile(std::string(EDIDVM_SHARED_EDID_DIR "/") + c.file);
-        ASSERT_LT(c.index, edid.timings.size()) << c.file;
-        EXPECT_EQ(describe(edid.timings[c.index]), c.text) << c.file;
+    for (const auto& [file, index, text] : cases) {
+        const Edid edid = loadEdidFile(std::string(EDIDVM_SHARED_EDID_DIR "/") + file);
+        ASSERT_LT(index, edid.timings.size()) << file;
+        EXPECT_EQ(describe(edid.timings[index]), text) << file;
     }
 }
 
 TEST(EdidBadInput, EachFaultNamesTheBlockAndTheByte)
 {
-    const std::string header = " (an EDID starts with 00 FF FF FF FF FF FF 00)";
     const std::string sum = " to make the block sum to 0";
     const std::pair<Change, std::string> cases[] = {
         {{{}, -1, 0}, "block 0, byte 0: file ends after 0 bytes, the base block needs 128"},
-        {{{}, -1, 100}, "block 0, byte 100: file ends after 100 bytes, the base block needs 128"},
         {{{}, -1, 200}, "block 1, byte 72: file ends after 200 bytes, inside block 1"},
-        {{{{0, 0x01}}}, "block 0, byte 0: header byte is 0x01, must be 0x00" + header},
-        {{{{7, 0xFF}}}, "block 0, byte 7: header byte is 0xff, must be 0x00" + header},
+        {{{{7, 0xFF}}},
+         "block 0, byte 7: header byte is 0xff, must be 0x00 (an EDID starts with 00 FF FF FF FF FF FF 00)"},
         {{{{127, 0xA1}}}, "block 0, byte 127: checksum is 0xa1, must be 0xa0" + sum},
-        {{{{12, 0x11}}}, "block 0, byte 127: checksum is 0xa0, must be 0x90" + sum}, // serial number 1 -> 17
-        {{{{255, 0xA7}}}, "block 1, byte 127: checksum is 0xa7, must be 0xa6" + sum},
         {{{{129, 0x04}}}, "block 1, byte 127: checksum is 0xa6, must be 0xa5" + sum}, // revision 3 -> 4
         {{{{126, 2}}, 0}, "block 0, byte 126: extension count is 2, but the file holds 1 extension blocks (256 bytes)"},
-        {{{{126, 0}}, 0}, "block 0, byte 126: extension count is 0, but the file holds 1 extension blocks (256 bytes)"},
         {{{{130, 2}}, 1}, "block 1, byte 2: detailed timings offset is 2, must be 0 (none) or 4 to 127"},
-        {{{{130, 200}}, 1}, "block 1, byte 2: detailed timings offset is 200, must be 0 (none) or 4 to 127"},
         // The first timing's width: low byte 56 is already 0, high nibble in byte 58.
         {{{{58, 0x00}}, 0}, "block 0, byte 54: detailed timing has no active area (0x1440)"},
     };
-    for (const auto& [change, error] : cases) {
-        const Bytes bytes = viewsonic(change);
-        EXPECT_EQ(errorOf([&] { return parseEdid(bytes, "vp2768.edid"); }), "vp2768.edid: " + error);
-    }
-}
+    for (const auto& [change, error] : cases)
+        EXPECT_EQ(errorOf([&] { return parseEdid(viewsonic(change), "vp2768.edid"); }), "vp2768.edid: " + error);
 
-TEST(EdidBadInput, FileErrorsNameThePath)
-{
+    // A file's errors name its path.
     const std::string data = EDIDVM_EDID_DATA_DIR;
-    const std::pair<std::string, std::string> cases[] = {
+    const std::pair<std::string, std::string> files[] = {
         {data + "/no-such.edid", ": cannot be opened: No such file or directory"},
         {data, ": cannot be read: Is a directory"},
         {data + "/truncated.edid", ": block 0, byte 100: file ends after 100 bytes, the base block needs 128"},
-        {data + "/bad-checksum-block1.edid",
-         ": block 1, byte 127: checksum is 0xa7, must be 0xa6 to make the block sum to 0"},
     };
-    for (const auto& [path, error] : cases) {
+    for (const auto& [path, error] : files)
         EXPECT_EQ(errorOf([&path = path] { return loadEdidFile(path); }), path + error);
-    }
 }
 
 TEST(EdidExtensions, OtherKindsAreSkippedWithANote)
@@ -199,11 +157,10 @@ TEST(EdidExtensions, OtherKindsAreSkippedWithANote)
     };
     for (const auto& [tag, note] : cases) {
         Change change{{{128, tag}}, 1};
-        for (std::size_t i = 129; i < 255; ++i) {
+        for (std::size_t i = 129; i < 255; ++i)
             change.writes.emplace_back(i, 0); // an empty block of that kind
-        }
         const Edid edid = parseEdid(viewsonic(change), "vp2768.edid");
-        ASSERT_EQ(edid.timings.size(), 1u) << note; // the base block's only
+        EXPECT_EQ(edid.timings.size(), 1u) << note; // the base block's only
         EXPECT_EQ(edid.notes, std::vector<std::string>{note});
     }
     const Edid three = loadEdidFile(EDIDVM_EDID_DATA_DIR "/displayid-extension.edid");
@@ -212,29 +169,22 @@ TEST(EdidExtensions, OtherKindsAreSkippedWithANote)
 
 TEST(EdidLayouts, TimingsComeFromTheBaseAndCtaBlocksInOrder)
 {
-    struct Case
-    {
-        const char* name;
-        Change change;
-        std::vector<int> blocks; // of the timings, in order
-        bool preferred;          // whether the first one is
+    // The blocks of the timings in order, and whether the first is preferred.
+    const std::tuple<Change, std::vector<int>, bool> cases[] = {
+        {{}, {0, 1, 1, 1, 1, 1}, true},
+        {{{{130, 0}}, 1}, {0}, true},                      // CTA offset 0: no timings there
+        {{{{54, 0}, {55, 0}}, 0}, {1, 1, 1, 1, 1}, false}, // none in the base block, nor a preferred one
     };
-    const Case cases[] = {
-        {"unchanged", {}, {0, 1, 1, 1, 1, 1}, true},
-        {"checksum 0x00", {{{12, 0xA1}, {127, 0x00}}}, {0, 1, 1, 1, 1, 1}, true}, // the serial number takes the sum
-        {"CTA offset 0 means no timings", {{{130, 0}}, 1}, {0}, true},
-        {"no timing in the base block", {{{54, 0}, {55, 0}}, 0}, {1, 1, 1, 1, 1}, false}, // nor a preferred one
-    };
-    for (const Case& c : cases) {
-        const Edid edid = parseEdid(viewsonic(c.change), "vp2768.edid");
-        std::vector<int> blocks;
+    for (const auto& [change, blocks, preferred] : cases) {
+        const Edid edid = parseEdid(viewsonic(change), "vp2768.edid");
+        std::vector<int> got;
         for (const DetailedTiming& timing : edid.timings) {
-            EXPECT_EQ(timing.index, static_cast<int>(blocks.size())) << c.name;
-            EXPECT_EQ(timing.preferred, c.preferred && blocks.empty()) << c.name;
-            blocks.push_back(timing.block);
+            EXPECT_EQ(timing.index, static_cast<int>(got.size()));
+            EXPECT_EQ(timing.preferred, preferred && got.empty());
+            got.push_back(timing.block);
         }
-        EXPECT_EQ(blocks, c.blocks) << c.name;
-        EXPECT_TRUE(edid.notes.empty()) << c.name;
+        EXPECT_EQ(got, blocks);
+        EXPECT_TRUE(edid.notes.empty());
     }
 }
 
