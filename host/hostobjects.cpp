@@ -10,8 +10,9 @@ namespace {
 const unsigned char emptyPayload = 0;
 } // namespace
 
-HostMessage::HostMessage(int kind, int number, int size, const void* data, std::string sender)
-    : m_kind(kind), m_number(number), m_size(size), m_hasData(data != nullptr), m_sender(std::move(sender))
+HostMessage::HostMessage(int kind, int number, int size, const void* data, std::string sender, PayloadMode mode)
+    : m_kind(kind), m_number(number), m_size(size), m_hasData(data != nullptr), m_mode(mode), m_lent(data),
+      m_sender(std::move(sender))
 {
     if (data != nullptr && size > 0) {
         m_bytes.resize(static_cast<std::size_t>(size));
@@ -22,6 +23,27 @@ HostMessage::HostMessage(int kind, int number, int size, const void* data, std::
 const void* HostMessage::data() const
 {
     if (!m_hasData)
+        return nullptr;
+    switch (m_mode) {
+    case PayloadMode::Lent:
+        return m_lent;
+    case PayloadMode::Unstable:
+        if (m_dataCalls.fetch_add(1) > 0)
+            return nullptr;
+        break;
+    case PayloadMode::Copied:
+        break;
+    }
+    return m_bytes.empty() ? &emptyPayload : m_bytes.data();
+}
+
+const void* HostMessage::peekData() const
+{
+    if (!m_hasData)
+        return nullptr;
+    if (m_mode == PayloadMode::Lent)
+        return m_lent;
+    if (m_mode == PayloadMode::Unstable && m_dataCalls.load() > 0)
         return nullptr;
     return m_bytes.empty() ? &emptyPayload : m_bytes.data();
 }

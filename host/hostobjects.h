@@ -5,6 +5,7 @@
 
 #include "framework/imessage.h"
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -18,13 +19,22 @@ namespace host {
 
 using Bytes = std::vector<unsigned char>;
 
-// Copies its payload on creation, so the sender's buffer may be reused.
+// How data() hands out the payload. Copied is what the framework promises;
+// the others are what a host may also do within the contract, for tests.
+enum class PayloadMode {
+    Copied,   // a copy made at creation
+    Lent,     // the sender's own buffer
+    Unstable, // the copy on the first call, null on every later one
+};
+
+// Keeps a copy of its payload in any mode: the recorder reads that copy.
 class HostMessage final : public kpf::IMessage
 {
 public:
     // size is reported as given; bytes are copied only when data is not
     // null and size is positive. A null data stays null.
-    HostMessage(int kind, int number, int size, const void* data, std::string sender);
+    HostMessage(int kind, int number, int size, const void* data, std::string sender,
+                PayloadMode mode = PayloadMode::Copied);
 
     void reservedSlot0() override {}
     void reservedSlot1() override {}
@@ -33,14 +43,23 @@ public:
     int size() const override { return m_size; }
     const void* data() const override;
 
+    // What data() would return, without counting as a call: for the host's
+    // own bookkeeping, which must not use up an unstable payload.
+    const void* peekData() const;
     const std::string& sender() const { return m_sender; }
     const Bytes& bytes() const { return m_bytes; }
+    PayloadMode mode() const { return m_mode; }
+    // A queued message outlives its sender's buffer: it must carry a copy.
+    void copyPayload() { m_mode = PayloadMode::Copied; }
 
 private:
     int m_kind;
     int m_number;
     int m_size;
     bool m_hasData;
+    PayloadMode m_mode;
+    const void* m_lent;
+    mutable std::atomic<int> m_dataCalls{0};
     Bytes m_bytes;
     std::string m_sender;
 };

@@ -14,7 +14,7 @@ void Recorder::record(SentKind kind, const HostMessage& message, int mode)
     sent.number = kpf::wireWord(message.number());
     sent.sender = message.sender();
     sent.size = message.size();
-    sent.nullData = message.data() == nullptr;
+    sent.nullData = message.peekData() == nullptr;
     sent.mode = mode;
     sent.bytes = message.bytes();
 
@@ -25,7 +25,7 @@ void Recorder::record(SentKind kind, const HostMessage& message, int mode)
     }
     // The hook is test code: run it without the lock.
     if (hook && *hook)
-        (*hook)(sent, message.data());
+        (*hook)(sent, message.peekData());
 
     std::lock_guard<std::mutex> lock(m_mutex);
     m_messages.push_back(std::move(sent));

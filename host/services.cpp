@@ -117,7 +117,7 @@ CommandDispatcher::CommandDispatcher(ObjectStore& store, Recorder& recorder, Sub
 kpf::IMessage* CommandDispatcher::createMessage(int number, int size, const void* data, const char* sender)
 {
     return m_store.adopt(
-        std::make_unique<HostMessage>(kpf::MessageKindCommand, number, size, data, senderText(sender)));
+        std::make_unique<HostMessage>(kpf::MessageKindCommand, number, size, data, senderText(sender), m_mode.load()));
 }
 
 void CommandDispatcher::release(void** object)
@@ -155,8 +155,12 @@ int CommandDispatcher::send(kpf::IMessage** message, kpf::IResponse** response, 
         return -1;
 
     m_recorder.record(SentKind::Command, *command, mode);
+    if (m_sendHook)
+        m_sendHook(*command, SendStage::Delivering);
     bool received = false;
     std::unique_ptr<HostResponse> reply = route(*command, &received);
+    if (m_sendHook)
+        m_sendHook(*command, SendStage::Answered);
     if (reply && response != nullptr)
         *response = m_store.adopt(std::move(reply));
     return received ? 0 : -1;
@@ -234,7 +238,8 @@ EventDispatcher::EventDispatcher(ObjectStore& store, Recorder& recorder, Subscri
 
 kpf::IMessage* EventDispatcher::createMessage(int number, int size, const void* data, const char* sender)
 {
-    return m_store.adopt(std::make_unique<HostMessage>(kpf::MessageKindEvent, number, size, data, senderText(sender)));
+    return m_store.adopt(
+        std::make_unique<HostMessage>(kpf::MessageKindEvent, number, size, data, senderText(sender), m_mode.load()));
 }
 
 void EventDispatcher::post(kpf::IMessage** message)
@@ -247,6 +252,7 @@ void EventDispatcher::post(kpf::IMessage** message)
         std::fprintf(stderr, "host: post of a message the host did not create\n");
         return;
     }
+    event->copyPayload();
     m_recorder.record(SentKind::QueuedEvent, *event, -1);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_queue.push_back(std::move(event));
@@ -263,6 +269,8 @@ void EventDispatcher::send(kpf::IMessage** message, int mode)
         return;
     }
     m_recorder.record(SentKind::Event, *event, mode);
+    if (m_sendHook)
+        m_sendHook(*event, SendStage::Delivering);
     dispatch(*event);
 }
 

@@ -96,16 +96,25 @@ using Responder = std::function<std::optional<Bytes>(const kpf::IMessage& comman
 using Listener = std::function<void(const kpf::IMessage& event)>;
 
 // Reads the address that an 8-byte payload carries; null when the payload
-// is not exactly one pointer.
+// is not exactly one pointer. data() is read once.
 template <typename T>
 T* payloadAddress(const kpf::IMessage& message)
 {
-    if (message.size() != static_cast<int>(sizeof(T*)) || message.data() == nullptr)
+    const void* data = message.size() == static_cast<int>(sizeof(T*)) ? message.data() : nullptr;
+    if (data == nullptr)
         return nullptr;
     T* address = nullptr;
-    std::memcpy(&address, message.data(), sizeof address);
+    std::memcpy(&address, data, sizeof address);
     return address;
 }
+
+// Where a component's own send stands when the send hook runs.
+enum class SendStage {
+    Delivering, // before any receiver has it
+    Answered,   // a command, after its receiver answered
+};
+// Runs on the sending thread during a component's own send.
+using SendHook = std::function<void(const HostMessage& sent, SendStage stage)>;
 
 class MessageCenter final : public kpf::IMessageCenter
 {
@@ -131,6 +140,9 @@ public:
 
     // A responder takes precedence over subscribed components.
     void setResponder(std::uint32_t number, Responder responder);
+    // How the messages that components create hand out their payload.
+    void setPayloadMode(PayloadMode mode) { m_mode.store(mode); }
+    void setSendHook(SendHook hook) { m_sendHook = std::move(hook); }
     void removeResponder(std::uint32_t number);
 
     // Routes a command the way send does, without recording it. Returns the
@@ -153,6 +165,8 @@ private:
     std::map<std::uint32_t, std::shared_ptr<const Responder>> m_responders;
     std::vector<Release> m_releases;
     std::atomic<bool> m_logReleases{true};
+    std::atomic<PayloadMode> m_mode{PayloadMode::Copied};
+    SendHook m_sendHook; // set before any send, never while one runs
 };
 
 class EventDispatcher final : public kpf::IEventDispatcher
@@ -166,6 +180,9 @@ public:
     void reservedSlot3() override {}
     void send(kpf::IMessage** message, int mode) override;
     int subscribe(int number, const std::string& sender) override;
+
+    void setPayloadMode(PayloadMode mode) { m_mode.store(mode); }
+    void setSendHook(SendHook hook) { m_sendHook = std::move(hook); }
 
     // Listens to one number, or to every event when number is empty.
     void addListener(Listener listener, std::optional<std::uint32_t> number = std::nullopt);
@@ -192,6 +209,8 @@ private:
     mutable std::mutex m_mutex;
     std::deque<std::unique_ptr<HostMessage>> m_queue;
     std::shared_ptr<const std::vector<ListenerEntry>> m_listeners = std::make_shared<std::vector<ListenerEntry>>();
+    std::atomic<PayloadMode> m_mode{PayloadMode::Copied};
+    SendHook m_sendHook; // set before any send, never while one runs
 };
 
 } // namespace host

@@ -93,6 +93,8 @@ int sizeOf()
     return static_cast<int>(sizeof(T));
 }
 
+// A host may hand out the payload only once: read data() once and use the
+// address tested, except where a second read is itself the check.
 template <typename Record>
 const Record* payload(const kpf::IMessage* msg)
 {
@@ -101,10 +103,10 @@ const Record* payload(const kpf::IMessage* msg)
 
 // The envelope address that an 8-byte payload carries.
 template <typename Envelope>
-Envelope* envelopeIn(const kpf::IMessage* msg)
+Envelope* envelopeAt(const void* data)
 {
     Envelope* envelope = nullptr;
-    std::memcpy(&envelope, msg->data(), sizeof envelope);
+    std::memcpy(&envelope, data, sizeof envelope);
     return envelope;
 }
 
@@ -285,8 +287,12 @@ OutputEDIDViewModel::s_InterfaceDetailInfo OutputEDIDViewModel::getInterfaceDeta
     }
     s_InterfaceDetailInfo detail;
     detail.detailWords0 = pointer->info.detailWords0;
-    // The envelope dies with this function: take its list instead of copying.
-    detail.stInterfaceListArry = std::move(pointer->info.stInterfaceListArry);
+    // Our own envelope dies with this function, so its list may be taken; an
+    // envelope the answering side keeps is only read.
+    if (pointer == &query)
+        detail.stInterfaceListArry = std::move(query.info.stInterfaceListArry);
+    else
+        detail.stInterfaceListArry = pointer->info.stInterfaceListArry;
     return detail;
 }
 
@@ -318,16 +324,17 @@ OutputEDIDViewModel::s_InterfaceList OutputEDIDViewModel::getSDIInterfaceDetail(
 
 kpf::IMessage* OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage* msg)
 {
+    const auto* record = payload<s_InterfaceList>(msg);
+    if (record == nullptr || msg->size() != sizeOf<s_InterfaceList>()) {
+        EDIDVM_WARNING() << "set current interface info error";
+        return nullptr;
+    }
     if (heldByThisThread()) {
         EDIDVM_WARNING() << ReentryWarning;
         return nullptr;
     }
-    if (msg->data() == nullptr || msg->size() != sizeOf<s_InterfaceList>()) {
-        EDIDVM_WARNING() << "set current interface info error";
-        return nullptr;
-    }
     StateLock lock(*this);
-    adoptInterface(*payload<s_InterfaceList>(msg));
+    adoptInterface(*record);
     s_TimingDetailInfo detail = m_curInterfaceInfo.stTimingDetail;
     sendEvent(kpf::wireInt(EvDetailTiming), sizeOf<s_TimingDetailInfo>(), &detail);
     sendEvent(kpf::wireInt(EvThumbTiming), sizeOf<s_ThumbTimingInfo>(), &m_curInterfaceInfo.stThumbTiming);
@@ -336,16 +343,17 @@ kpf::IMessage* OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage*
 
 kpf::IMessage* OutputEDIDViewModel::curSDIInterfaceInfo(const kpf::IMessage* msg)
 {
+    const void* data = msg->size() == sizeOf<s_SDIInterfaceInfo>() ? msg->data() : nullptr;
+    if (data == nullptr) {
+        EDIDVM_WARNING() << "command does not correct.";
+        return nullptr;
+    }
     if (heldByThisThread()) {
         EDIDVM_WARNING() << ReentryWarning;
         return nullptr;
     }
-    if (msg->size() != sizeOf<s_SDIInterfaceInfo>() || msg->data() == nullptr) {
-        EDIDVM_WARNING() << "command does not correct.";
-        return nullptr;
-    }
     StateLock lock(*this);
-    std::memcpy(&m_curSDIInterfaceInfo, msg->data(), sizeof m_curSDIInterfaceInfo);
+    std::memcpy(&m_curSDIInterfaceInfo, data, sizeof m_curSDIInterfaceInfo);
     return nullptr;
 }
 
@@ -365,15 +373,15 @@ kpf::IMessage* OutputEDIDViewModel::curInterfaceType(const kpf::IMessage* msg)
 
 kpf::IMessage* OutputEDIDViewModel::getCurinterfaceTiming(const kpf::IMessage* /*msg*/)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
-        return nullptr;
-    }
     s_InterfaceDetailInfo detail = getInterfaceDetail();
     std::vector<s_InterfaceList>& list = detail.stInterfaceListArry;
     if (list.empty())
         return nullptr;
 
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
     StateLock lock(*this);
     const s_InterfaceList* found = findInterface(list, m_curInterfaceInfo.interfaceId);
     adoptInterface(found != nullptr ? *found : list.front());
@@ -386,10 +394,6 @@ kpf::IMessage* OutputEDIDViewModel::getCurinterfaceTiming(const kpf::IMessage* /
 
 kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage* /*msg*/)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
-        return nullptr;
-    }
     s_InterfaceDetailInfo detail = getInterfaceDetail();
     std::vector<s_InterfaceList>& list = detail.stInterfaceListArry;
     if (list.empty()) {
@@ -408,6 +412,10 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
             return entry.stAuxiliaryInfo.interfaceType == 4 && entry.stAuxiliaryInfo.interfaceStatus != 2;
         });
         chosen = usable != list.end() ? &*usable : &list.front();
+    }
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
     }
     {
         StateLock lock(*this);
@@ -428,15 +436,12 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
 
 kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
-        return nullptr;
-    }
-    if (msg->size() != sizeof(void*) || msg->data() == nullptr) {
+    const void* data = msg->size() == sizeof(void*) ? msg->data() : nullptr;
+    if (data == nullptr) {
         EDIDVM_WARNING() << "msg data is null.";
         return nullptr;
     }
-    const auto* request = envelopeIn<const QueryInfo<s_TimigCheckQuery>>(msg);
+    const auto* request = envelopeAt<const QueryInfo<s_TimigCheckQuery>>(data);
     if (request == nullptr) {
         EDIDVM_WARNING() << "msg data is null.";
         return nullptr;
@@ -453,6 +458,10 @@ kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg
     }
 
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
     // Declared before the lock, so it is destroyed after the unlock.
     QueryInfo<s_TimigCheckQuery> query;
     StateLock lock(*this);
@@ -474,15 +483,12 @@ kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg
 
 kpf::IMessage* OutputEDIDViewModel::setDetailTimingCheck(const kpf::IMessage* msg)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
-        return nullptr;
-    }
-    if (msg->size() != sizeof(void*) || msg->data() == nullptr) {
+    const void* data = msg->size() == sizeof(void*) ? msg->data() : nullptr;
+    if (data == nullptr) {
         EDIDVM_WARNING() << "msg data is null.";
         return nullptr;
     }
-    const auto* request = envelopeIn<const QueryInfo<s_TimigCheckQuery>>(msg);
+    const auto* request = envelopeAt<const QueryInfo<s_TimigCheckQuery>>(data);
     if (request == nullptr) {
         EDIDVM_WARNING() << "msg data is null.";
         return nullptr;
@@ -494,6 +500,10 @@ kpf::IMessage* OutputEDIDViewModel::setDetailTimingCheck(const kpf::IMessage* ms
     }
 
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
     // Declared before the lock, so it is destroyed after the unlock.
     QueryInfo<s_TimigCheckQuery> query;
     StateLock lock(*this);
@@ -619,10 +629,6 @@ kpf::IMessage* OutputEDIDViewModel::putInterfaceThumbTiming(const kpf::IMessage*
 
 kpf::IMessage* OutputEDIDViewModel::putInterfaceRefTiming(const kpf::IMessage* msg)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
-        return nullptr;
-    }
     if (msg->size() != sizeOf<s_InterfacePresetTiming>() || msg->data() == nullptr) {
         EDIDVM_WARNING() << "req does not matches.";
         return nullptr;
@@ -633,6 +639,10 @@ kpf::IMessage* OutputEDIDViewModel::putInterfaceRefTiming(const kpf::IMessage* m
         return nullptr;
     }
     s_InterfacePresetTiming choice = *pstTimingDetail;
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
     {
         StateLock lock(*this);
         choice.interfaceId = m_curInterfaceInfo.interfaceId;
@@ -749,10 +759,6 @@ kpf::IMessage* OutputEDIDViewModel::changeInterfaceTimimg(const kpf::IMessage* m
 
 kpf::IMessage* OutputEDIDViewModel::changeInterfaceThumbTimimg(const kpf::IMessage* msg)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
-        return nullptr;
-    }
     if (msg->size() != sizeOf<std::vector<s_InterfaceThumbTiming>>() || msg->data() == nullptr) {
         EDIDVM_WARNING() << "resp does not matches.";
         return nullptr;
@@ -760,6 +766,10 @@ kpf::IMessage* OutputEDIDViewModel::changeInterfaceThumbTimimg(const kpf::IMessa
     const auto* timings = payload<std::vector<s_InterfaceThumbTiming>>(msg);
     if (timings == nullptr)
         return nullptr;
+    if (heldByThisThread()) {
+        EDIDVM_WARNING() << ReentryWarning;
+        return nullptr;
+    }
     std::int32_t currentId = 0;
     {
         StateLock lock(*this);
@@ -891,12 +901,13 @@ kpf::IMessage* OutputEDIDViewModel::getCurConnecterUsedByScreen(const kpf::IMess
 
 kpf::IMessage* OutputEDIDViewModel::setInterfaceEdidData(const kpf::IMessage* msg)
 {
-    if (msg->size() != sizeOf<s_MessageBoxRequest>() || msg->data() == nullptr) {
+    const void* data = msg->size() == sizeOf<s_MessageBoxRequest>() ? msg->data() : nullptr;
+    if (data == nullptr) {
         EDIDVM_WARNING() << "Msg does not matches.";
         return nullptr;
     }
     s_MessageBoxRequest answer;
-    std::memcpy(&answer, msg->data(), sizeof answer);
+    std::memcpy(&answer, data, sizeof answer);
     const bool known = answer.boxId == ThumbConfirmationBoxId || answer.boxId == ReferenceConfirmationBoxId;
     if (!known) {
         EDIDVM_WARNING() << "Msg type is not correct";
@@ -920,8 +931,10 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
         EDIDVM_WARNING() << "m_interfaceTimingArry is empty";
         return;
     }
-    const std::int32_t currentId = m_curInterfaceId.load();
+    // The current interface is read at each step that needs it, after the
+    // sends before it: any of them may have made another one current.
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    const std::int32_t currentId = m_curInterfaceId.load();
     const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, currentId);
     if (current == nullptr) {
         EDIDVM_WARNING() << "Not find input source. interfaceid:" << currentId;
@@ -940,13 +953,15 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
     query.info.stThumbCheckArry.push_back(check);
     QueryInfo<s_TimigCheckQuery>* pointer = &query;
     sendCommand(kpf::wireInt(CmdThumbCheck), sizeof pointer, &pointer, 0, nullptr);
+    const std::int32_t judgedId = m_curInterfaceId.load();
     for (const s_TimigCheckResult& result : query.info.stCheckResultArry) {
-        if (result.interfaceId != currentId)
+        if (result.interfaceId != judgedId)
             continue;
-        // Whole hertz: 5994 allows 59 Hz but not 59.94.
+        // Whole hertz: 5994 allows 59 Hz but not 59.94. The frame rate is
+        // that of the check made for this interface, if there is one.
         const float maxRefresh = static_cast<float>(result.maxFrameRate / 100);
-        if (result.overBandwidth != 0 || result.bandwidthNeeded > result.bandwidthLimit ||
-            maxRefresh < check.stThumbTiming.refresh) {
+        const bool tooFast = check.interfaceId == judgedId && maxRefresh < check.stThumbTiming.refresh;
+        if (result.overBandwidth != 0 || result.bandwidthNeeded > result.bandwidthLimit || tooFast) {
             showBandWidthOverMessageBox();
             return;
         }
@@ -960,9 +975,10 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
         getCurinterfaceTiming(nullptr);
         return;
     }
-    const auto committed =
-        std::find_if(choice.begin(), choice.end(),
-                     [currentId](const s_InterfaceThumbTiming& timing) { return timing.interfaceId == currentId; });
+    const std::int32_t shownId = m_curInterfaceId.load();
+    const auto committed = std::find_if(choice.begin(), choice.end(), [shownId](const s_InterfaceThumbTiming& timing) {
+        return timing.interfaceId == shownId;
+    });
     if (committed != choice.end())
         sendEvent(kpf::wireInt(EvCommittedThumb), sizeOf<s_ThumbTimingInfo>(), &committed->stThumbTiming);
 }
@@ -974,8 +990,8 @@ void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
         EDIDVM_WARNING() << "m_interfaceRefTimingArry is empty";
         return;
     }
-    const std::int32_t currentId = m_curInterfaceId.load();
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
+    const std::int32_t currentId = m_curInterfaceId.load();
     if (findInterface(detail.stInterfaceListArry, currentId) == nullptr) {
         EDIDVM_WARNING() << "Not find input source. interfaceid:" << currentId;
         return;
@@ -986,8 +1002,9 @@ void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
     QueryInfo<s_TimigCheckQuery> query;
     QueryInfo<s_TimigCheckQuery>* pointer = &query;
     sendCommand(kpf::wireInt(CmdDetailCheck), sizeof pointer, &pointer, 0, nullptr);
+    const std::int32_t judgedId = m_curInterfaceId.load();
     for (const s_TimigCheckResult& result : query.info.stCheckResultArry) {
-        if (result.interfaceId == currentId &&
+        if (result.interfaceId == judgedId &&
             (result.overBandwidth != 0 || result.bandwidthNeeded > result.bandwidthLimit)) {
             showBandWidthOverMessageBox();
             return;

@@ -79,7 +79,7 @@ protected:
     }
 };
 
-TEST_F(InterfaceTest, RegistersItsSixteenNumbersAndEachAnswersOnlyToItsKind)
+TEST_P(InterfaceTest, RegistersItsSixteenNumbersAndEachAnswersOnlyToItsKind)
 {
     const std::uint32_t numbers[] = {0xFC070606u, 0xFC000620u, 0xFC021009u, 0xFC00060Au, 0xFC00060Bu, 0xFC000605u,
                                      0xFC000606u, 0xFC00060Cu, 0xFC00060Du, 0xFC000617u, 0xFC031007u, 0xFC051016u,
@@ -99,7 +99,7 @@ TEST_F(InterfaceTest, RegistersItsSixteenNumbersAndEachAnswersOnlyToItsKind)
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWhateverTheCommandCarries)
+TEST_P(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWhateverTheCommandCarries)
 {
     EXPECT_EQ(typeReply(), 0) << "before any interface is set";
     s_InterfaceList record = makeInterface(6, 0, 8);
@@ -141,7 +141,7 @@ TEST_F(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWha
     EXPECT_THAT(warnings(), ElementsAre("service kpf_default_messagecenter is missing, no reply"));
 }
 
-TEST_F(InterfaceTest, ReentryOnTheLockingThreadIsRefusedOtherThreadsWait)
+TEST_P(InterfaceTest, ReentryOnTheLockingThreadIsRefusedOtherThreadsWait)
 {
     const s_InterfaceList first = makeInterface(1, 0, 4);
     const s_InterfaceList nested = makeInterface(2, 0, 8);
@@ -178,7 +178,7 @@ TEST_F(InterfaceTest, ReentryOnTheLockingThreadIsRefusedOtherThreadsWait)
     EXPECT_EQ(typeReply(), 8);
 }
 
-TEST_F(InterfaceTest, CurrentTimingAdoptsTheListedCurrentInterfaceOrElseTheFirstEntry)
+TEST_P(InterfaceTest, CurrentTimingAdoptsTheListedCurrentInterfaceOrElseTheFirstEntry)
 {
     // An empty list: only the query, and no thumb timing to choose from.
     pageEvent(CurrentTiming);
@@ -215,7 +215,7 @@ TEST_F(InterfaceTest, CurrentTimingAdoptsTheListedCurrentInterfaceOrElseTheFirst
     }
 }
 
-TEST_F(InterfaceTest, ThumbTimingAdoptsTheSelectedThenAUsableType4ThenTheSmallestConnector)
+TEST_P(InterfaceTest, ThumbTimingAdoptsTheSelectedThenAUsableType4ThenTheSmallestConnector)
 {
     using Entry = std::array<std::int32_t, 4>; // connector, id, type, status
     const std::vector<Entry> mixed = {{2, 10, 4, 0}, {1, 11, 4, 2}, {0, 12, 3, 0}};
@@ -255,7 +255,7 @@ TEST_F(InterfaceTest, ThumbTimingAdoptsTheSelectedThenAUsableType4ThenTheSmalles
     }
 }
 
-TEST_F(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
+TEST_P(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
 {
     // A valid envelope address in 7 or 9 bytes, a null one, an empty envelope.
     QueryInfo<s_TimigCheckQuery> envelope;
@@ -303,7 +303,7 @@ TEST_F(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
     EXPECT_EQ(detailChecksSeen.size(), 1u);
 }
 
-TEST_F(InterfaceTest, ChecksAreStampedFromTheFreshListAndTheTraceEndsWithResultsOnlyWhenThereAreAny)
+TEST_P(InterfaceTest, ChecksAreStampedFromTheFreshListAndTheTraceEndsWithResultsOnlyWhenThereAreAny)
 {
     interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)};
     setCurrent(makeInterface(-1));
@@ -350,7 +350,7 @@ TEST_F(InterfaceTest, ChecksAreStampedFromTheFreshListAndTheTraceEndsWithResults
     EXPECT_EQ(bytesOfAll(page.info.stDetailCheckArry), bytesOfAll(before.stDetailCheckArry));
 }
 
-TEST_F(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedInSinglePrecisionAfterTheEvent)
+TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedInSinglePrecisionAfterTheEvent)
 {
     interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)}; // both at 60 Hz
     setCurrent(interfaces[0]);
@@ -410,6 +410,14 @@ TEST_F(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedI
         EXPECT_THAT(warnings(), IsEmpty());
     }
 }
+
+// The same behaviour whether the host copies payloads or lends them, whether
+// it answers the interface query in the asker's envelope or its own, and
+// whether data() stays readable after its first call.
+INSTANTIATE_TEST_SUITE_P(Hosts, InterfaceTest,
+                         ::testing::Values(host::Variation::Default, host::Variation::LentPayloads,
+                                           host::Variation::AnswerElsewhere, host::Variation::UnstableData),
+                         variationTestName);
 
 } // namespace
 } // namespace test

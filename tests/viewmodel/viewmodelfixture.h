@@ -109,11 +109,26 @@ inline Trace join(std::initializer_list<Trace> parts)
     return all;
 }
 
-class ViewModelTest : public ::testing::Test
+// For the suites that must behave the same on every host that copies or
+// lends payloads, or answers queries elsewhere.
+inline std::string variationTestName(const ::testing::TestParamInfo<host::Variation>& info)
+{
+    std::string name = host::variationName(info.param);
+    for (char& c : name)
+        if (c == '-')
+            c = '_';
+    return name;
+}
+
+// Runs as a plain or a parameterised fixture; the parameter is the host's
+// variation.
+class ViewModelTest : public ::testing::TestWithParam<host::Variation>
 {
 protected:
     void SetUp() override
     {
+        const bool parameterised = ::testing::UnitTest::GetInstance()->current_test_info()->value_param() != nullptr;
+        host.setVariation(parameterised ? GetParam() : host::Variation::Default);
         ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH)) << host.error();
         component = host.components().at(0);
         installStandIns();
@@ -121,13 +136,26 @@ protected:
         host.recorder().clear();
     }
 
-    void TearDown() override { EXPECT_EQ(host.store().liveCount(), 0u) << "a message or response leaked"; }
+    void TearDown() override
+    {
+        EXPECT_EQ(host.store().liveCount(), 0u) << "a message or response leaked";
+        EXPECT_EQ(host.keptEnvelopesChanged(), "");
+    }
 
     void installStandIns()
     {
         // Honours "interfaceId"; a filter must empty the map before its key goes in.
+        // Under AnswerElsewhere it answers in an envelope of the host's.
         host.commands().setResponder(0xFC050111u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command)) {
+            if (interfaceAnswerNulled) {
+                // A lent payload is the asker's pointer variable itself.
+                const host::Variation now = host.variation();
+                if (command.size() == 8 &&
+                    (now == host::Variation::LentPayloads || now == host::Variation::AnswerElsewhere))
+                    std::memset(const_cast<void*>(command.data()), 0, 8);
+                return std::nullopt;
+            }
+            if (auto* query = host.answerEnvelope<QueryInfo<s_InterfaceDetailInfo>>(command, true)) {
                 const Parameters params = applied(query->filter);
                 interfaceFiltersSeen.push_back(params);
                 const auto wanted = params.find("interfaceId");
@@ -270,6 +298,7 @@ protected:
     std::optional<Bytes> deviceParamReply; // reply to 0xFC000004; none by default
     std::vector<Assessment> assessments;   // one per 0xFC05021F, in order
     std::optional<Bytes> writeAnswer;      // reply to 0xFC051008; none by default
+    bool interfaceAnswerNulled = false;    // 0xFC050111 nulls a lent pointer variable
 
     // What they saw.
     std::vector<s_ThumbTimigCheck> thumbChecksSeen;

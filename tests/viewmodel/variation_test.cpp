@@ -1,0 +1,302 @@
+// The component on hosts that behave differently within the contract: data()
+// read once, lists copied out of envelopes that are not its own, the current
+// interface read where each step reads it, and the re-entry guard met only
+// where a handler would lock.
+
+#include "viewmodel/timingchangefixture.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <deque>
+#include <functional>
+
+namespace edidvm {
+namespace test {
+namespace {
+
+using host::Variation;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const char Reentry[] = "handler re-entered on a thread that holds the view model's lock; ignored";
+
+template <typename Record>
+host::Delivery event(std::uint32_t number, const Record& record, std::optional<int> size = std::nullopt)
+{
+    return {kpf::MessageKindEvent, number, bytesOf(record), size, false};
+}
+
+host::Delivery bare(std::uint32_t number, int kind = kpf::MessageKindEvent)
+{
+    return {kind, number, {}, 0, false};
+}
+
+class VariationTest : public TimingChangeTest
+{
+protected:
+    void interjectOnce(Variation variation, std::vector<host::Delivery> deliveries, std::uint32_t during)
+    {
+        host.setVariation(variation);
+        host.setInterjection({std::move(deliveries), {during}, 1});
+    }
+
+    // A check request as the page sends it: the envelope's address.
+    template <typename Checks>
+    host::Delivery checkRequest(std::uint32_t number, Checks checks)
+    {
+        auto& request = requests.emplace_back();
+        if constexpr (std::is_same_v<Checks, std::vector<s_ThumbTimigCheck>>)
+            request.info.stThumbCheckArry = std::move(checks);
+        else
+            request.info.stDetailCheckArry = std::move(checks);
+        QueryInfo<s_TimigCheckQuery>* address = &request;
+        return event(number, address);
+    }
+
+    std::deque<QueryInfo<s_TimigCheckQuery>> requests;
+};
+
+TEST_F(VariationTest, UnstablePayloadsAreReadOnceOrTheSecondReadFailsAsEachHandlerStates)
+{
+    host.setVariation(Variation::UnstableData);
+    const s_InterfaceThumbTiming thumb = thumbTiming(1920, 1080, 60.0f);
+    const s_InterfacePresetTiming reference = referenceTiming(1920, 1080, 60.0f);
+    const std::vector<s_InterfacePresetTiming> references = {reference};
+    const std::vector<s_InterfaceThumbTiming> thumbs = {thumb};
+    // The choices and the changed timings read data() a second time.
+    const std::tuple<std::uint32_t, const void*, int, Trace> secondReads[] = {
+        {0xFC00060Cu, &thumb, sizeof thumb, {"The pstThumbTiming is null."}},
+        {0xFC00060Du, &reference, sizeof reference, {"The pstTimingDetail is null."}},
+        {0xFC081005u, &references, sizeof references, {}},
+        {0xFC081006u, &thumbs, sizeof thumbs, {}},
+    };
+    for (const auto& [number, data, size, texts] : secondReads) {
+        reset();
+        host.event(number, data, size);
+        EXPECT_THAT(sent(), IsEmpty()) << std::hex << number;
+        EXPECT_EQ(warnings(), texts) << std::hex << number;
+    }
+    // Nothing was stored, and the answer is read through its first data().
+    reset();
+    answer(35, 1);
+    answer(36, 1);
+    EXPECT_THAT(warnings(), ElementsAre("m_interfaceTimingArry is empty", "m_interfaceRefTimingArry is empty"));
+    host.setVariation(Variation::Default);
+    choose(thumb);
+    host.setVariation(Variation::UnstableData);
+    reset();
+    answer(35, 1);
+    EXPECT_EQ(trace(sent()), join({ThumbWrite, Committed}));
+    // The SDI record is copied from the address tested.
+    const std::uint32_t sdi[4] = {1, 2, 3, 4};
+    host.event(0xFC031007u, sdi, sizeof sdi);
+    EXPECT_THAT(warnings(), IsEmpty());
+}
+
+TEST_F(VariationTest, AListAnsweredElsewhereIsCopiedAndANulledPointerVariableIsAFailedQuery)
+{
+    host.setVariation(Variation::AnswerElsewhere);
+    setCurrent(interfaces[1]);
+    for (int round = 0; round < 2; ++round) {
+        reset();
+        pageEvent(0xFC00060Au);
+        EXPECT_EQ(trace(sent()), Refresh);
+        EXPECT_EQ(payloadOf(0xFC020607u), bytesOf(interfaces[1].stTimingDetail));
+        EXPECT_EQ(host.keptEnvelopesChanged(), "") << "the responder's list must not be moved";
+    }
+    // The screen impact reads its own envelope, which stays empty.
+    reset();
+    choose(thumbTiming(1280, 720, 60.0f, 5));
+    EXPECT_EQ(warnings(), Trace{"Not find the interface: id: 5"});
+
+    reset();
+    interfaceAnswerNulled = true;
+    pageEvent(0xFC00060Au);
+    pageEvent(0xFC00060Bu);
+    EXPECT_EQ(trace(sent()), Trace({"C FC050111 8", "C FC050111 8"}));
+    EXPECT_EQ(warnings(), Trace({"get interface detail fail.", "get interface detail fail.", "inferface info error"}));
+}
+
+TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGuard)
+{
+    const s_InterfaceList other = makeInterface(5, 2, 8);
+    const s_ThumbTimigCheck valid{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0};
+    s_ThumbTimigCheck zero = valid;
+    zero.stThumbTiming.height = 0;
+    Model::s_MessageBoxRequest bandwidthBox;
+    bandwidthBox.boxId = 14;
+    const std::vector<s_InterfaceThumbTiming> thumbs = {thumbTiming(800, 600, 60.0f)};
+    const Trace fetch = {"C FC050111 8"};
+    struct Case
+    {
+        host::Delivery delivery;
+        bool emptyList;
+        Trace nestedSends;
+        Trace texts;
+    };
+    const Case cases[] = {
+        {event(0xFC021009u, other, 839), false, {}, {"set current interface info error"}},
+        {event(0xFC021009u, other), false, {}, {Reentry}},
+        {event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
+        {event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
+        {bare(0xFC00060Au), false, fetch, {Reentry}},
+        {bare(0xFC00060Au), true, fetch, {}},
+        {bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
+        {bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
+        {event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
+        {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{}), false, {}, {"stThumbCheckArry is empty."}},
+        {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{zero, valid}), false, {}, {"timing is 0."}},
+        {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{valid}), false, fetch, {Reentry}},
+        {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>{}), false, {}, {"stDetailCheckArry is empty."}},
+        {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>(1)), false, fetch, {Reentry}},
+        {event(0xFC00060Du, thumbTiming(800, 600, 60.0f)), false, {}, {"req does not matches."}},
+        {event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
+        {bare(0xFC070606u), false, {}, {Reentry}},
+        {bare(0xFC081005u), false, {}, {Reentry}},
+        {bare(0xFC081006u), false, {}, {"resp does not matches."}},
+        {event(0xFC081006u, thumbs), false, {}, {Reentry}},
+        {event(0xFC000620u, bandwidthBox), false, {}, {"Msg type is not correct"}},
+        {bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
+        {bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << std::hex << c.delivery.number << " size "
+                                          << c.delivery.size.value_or(int(c.delivery.payload.size())));
+        baseline();
+        interfaces[0].stAuxiliaryInfo.usedByScreen = "screen 1";
+        if (c.emptyList)
+            interfaces.clear();
+        // setCurrent holds the lock across both of its events.
+        interjectOnce(Variation::NestedDeliveries, {c.delivery}, 0xFC020607u);
+        setCurrent(makeInterface(3, 1));
+        host.setVariation(Variation::Default);
+        EXPECT_EQ(trace(sent()), join({{"E FC020607 56"}, c.nestedSends, {"E FC020608 28"}}));
+        EXPECT_EQ(warnings(), c.texts);
+    }
+}
+
+TEST_F(VariationTest, AnyMessageDeliveredDuringAnyOwnSendLeavesAWorkingComponent)
+{
+    const s_InterfaceList other = makeInterface(5, 2, 8);
+    const std::vector<s_InterfaceThumbTiming> thumbs = {thumbTiming(1280, 720, 60.0f, 5)};
+    const std::vector<s_InterfacePresetTiming> references = {referenceTiming(1280, 720, 60.0f, 3)};
+    Model::s_MessageBoxRequest box;
+    box.boxId = 35;
+    box.result = 1;
+    const s_ThumbTimigCheck check{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0};
+    std::vector<host::Delivery> any = {event(0xFC021009u, other),
+                                       event(0xFC031007u, std::array<std::int32_t, 4>{}),
+                                       bare(0xFC00060Au),
+                                       bare(0xFC00060Bu),
+                                       checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{check}),
+                                       checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>(2)),
+                                       event(0xFC00060Cu, thumbs[0]),
+                                       event(0xFC00060Du, references[0]),
+                                       bare(0xFC070606u),
+                                       event(0xFC081005u, references),
+                                       event(0xFC081006u, thumbs),
+                                       event(0xFC000620u, box),
+                                       bare(0xFC000617u),
+                                       bare(0xFC030204u),
+                                       bare(0xFC08021Eu),
+                                       bare(0xFC051016u, kpf::MessageKindCommand)};
+    // Every number also with one byte too many, and with no data.
+    for (std::size_t i = 0, n = any.size(); i < n; ++i) {
+        host::Delivery longer = any[i];
+        longer.payload.push_back(0);
+        any.push_back(longer);
+        host::Delivery null = any[i];
+        null.nullData = true;
+        any.push_back(null);
+    }
+    const std::vector<std::function<void()>> flows = {
+        [&] { setCurrent(interfaces[0]); },
+        [&] { pageEvent(0xFC00060Au); },
+        [&] { pageEvent(0xFC00060Bu); },
+        [&] { host.event(0xFC000605u, &any[4].payload[0], 8); },
+        [&] {
+            choose(thumbTiming(1280, 720, 50.0f));
+            answer(35, 1);
+        },
+        [&] {
+            choose(referenceTiming(1280, 720, 50.0f));
+            answer(36, 1);
+        },
+        [&] { choose(thumbTiming(1920, 1080, 30.0f)); },
+        [&] { host.event(0xFC081005u, &references, sizeof references); },
+    };
+    for (std::size_t f = 0; f < flows.size(); ++f) {
+        for (const host::Delivery& delivery : any) {
+            SCOPED_TRACE(::testing::Message() << "flow " << f << ", delivered " << std::hex << delivery.number);
+            baseline();
+            host.setVariation(Variation::NestedDeliveries);
+            host.setInterjection({{delivery}, {}, -1});
+            flows[f]();
+            EXPECT_GT(host.interjections(), 0);
+            host.setVariation(Variation::Default);
+            host.events().pump();
+            // Whatever happened, the component answers as before and holds
+            // no lock.
+            reset();
+            pageEvent(0xFC00060Au);
+            ASSERT_EQ(trace(sent()), Refresh);
+            EXPECT_THAT(warnings(), IsEmpty());
+        }
+    }
+}
+
+TEST_F(VariationTest, ACurrentInterfaceThatMovesDuringACommitIsReadAgainWhereTheCommitReadsIt)
+{
+    const s_InterfaceList moved = makeInterface(5, 2);
+    const host::Delivery moveTo5 = event(0xFC021009u, moved);
+    const Trace movedEvents = {"E FC020607 56", "E FC020608 28"};
+
+    // Same resolution: no impact, committed at once; the current interface
+    // moves while the device writes. Nothing is shown for the old one.
+    interjectOnce(Variation::MovingCurrent, {moveTo5}, 0xFC051008u);
+    choose(thumbTiming(1920, 1080, 30.0f));
+    EXPECT_EQ(trace(sent()), join({Impact,
+                                   {"C FC050111 8", "E FC000626 44", "C FC051000 8", "E FC0C0C0F 11", "C FC051008 24"},
+                                   movedEvents,
+                                   {"E FC0C0C10 0"}}));
+    ASSERT_EQ(thumbWritten.size(), 1u);
+    EXPECT_EQ(thumbWritten[0].at(0).interfaceId, 3);
+
+    // It moves while the pre-check is judged: only the new one's verdicts count.
+    for (const bool thumb : {true, false}) {
+        SCOPED_TRACE(thumb ? "thumb" : "reference");
+        baseline();
+        checkResults = {verdict(3, 0, 6000), verdict(5, 0, 6000, 1)};
+        interjectOnce(Variation::MovingCurrent, {moveTo5}, thumb ? 0xFC051000u : 0xFC051001u);
+        if (thumb)
+            choose(thumbTiming(1920, 1080, 30.0f));
+        else
+            choose(referenceTiming(1920, 1080, 30.0f));
+        const Trace rejected =
+            thumb ? Trace{"C FC050111 8", "E FC000626 44", "C FC051000 8"} : Trace{"C FC050111 8", "C FC051001 8"};
+        EXPECT_EQ(trace(sent()), join({Impact, rejected, movedEvents, {"E FC0C0C12 556"}}));
+    }
+}
+
+TEST_F(VariationTest, ACommitWritesTheChoiceItsPreCheckJudgedWhileANewChoiceIsStoredForTheNext)
+{
+    const s_InterfaceThumbTiming first = thumbTiming(1920, 1080, 30.0f);
+    const s_InterfaceThumbTiming second = thumbTiming(1920, 1080, 50.0f);
+    // The second choice arrives, and is committed, during the first's pre-check.
+    interjectOnce(Variation::NestedDeliveries, {event(0xFC00060Cu, second)}, 0xFC051000u);
+    choose(first);
+    host.setVariation(Variation::Default);
+    ASSERT_EQ(thumbWritten.size(), 2u);
+    EXPECT_EQ(thumbWritten[0].at(0).stThumbTiming.refresh, 50.0f);
+    EXPECT_EQ(thumbWritten[1].at(0).stThumbTiming.refresh, 30.0f);
+    EXPECT_EQ(payloadOf(0xFC020611u, 1), bytesOf(first.stThumbTiming));
+    reset();
+    answer(35, 1);
+    ASSERT_EQ(thumbWritten.size(), 1u);
+    EXPECT_EQ(thumbWritten[0].at(0).stThumbTiming.refresh, 50.0f) << "the stored choice is the newest";
+}
+
+} // namespace
+} // namespace test
+} // namespace edidvm
