@@ -7,8 +7,13 @@
 #   EQUALS    a file its standard output must equal
 #   JSON_LINES  ON: every line of standard output must be a JSON object with
 #             one of the trace's record keys
+# Any sanitizer report on standard error fails the check.
 string(REPLACE "|" ";" args "${ARGS}")
 execute_process(COMMAND ${PROGRAM} ${args} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
+# A sanitizer's report ends the program with status 1, which some checks expect.
+if(err MATCHES "(ERROR|WARNING): [A-Za-z]+Sanitizer|runtime error:")
+  message(FATAL_ERROR "a sanitizer report\n--- stderr\n${err}")
+endif()
 if(NOT "${code}" STREQUAL "${CODE}")
   message(FATAL_ERROR "exit status ${code}, expected ${CODE}\n--- stdout\n${out}--- stderr\n${err}")
 endif()
