@@ -243,6 +243,7 @@ void Host::onSend(const HostMessage& sent, SendStage stage)
 void Host::interject(const HostMessage& sent)
 {
     std::vector<Delivery> deliveries;
+    std::function<void(const Delivery&)> observer;
     {
         std::lock_guard<std::mutex> lock(m_variationMutex);
         const auto& during = m_interjection.during;
@@ -254,13 +255,17 @@ void Host::interject(const HostMessage& sent)
             --m_interjectionsLeft;
         ++m_interjectionsMade;
         deliveries = m_interjection.deliveries;
+        observer = m_interjection.observer;
     }
     ++t_interjecting;
     for (const Delivery& delivery : deliveries) {
         const void* data = delivery.nullData          ? nullptr
+                           : delivery.record          ? delivery.record.get()
                            : delivery.payload.empty() ? &emptyDelivery
                                                       : delivery.payload.data();
         const int size = delivery.size.value_or(static_cast<int>(delivery.payload.size()));
+        if (observer)
+            observer(delivery);
         for (kpf::IMessageHandler* component : components())
             deliver(component, delivery.kind, delivery.number, size, data);
     }

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -32,6 +33,9 @@ struct Delivery
     Bytes payload;
     std::optional<int> size; // the size reported; the payload's when empty
     bool nullData = false;
+    // A record that owns texts or lists is delivered from this object
+    // instead of the payload bytes.
+    std::shared_ptr<const void> record;
 };
 
 // What the nested-deliveries and moving-current variations deliver.
@@ -40,6 +44,8 @@ struct Interjection
     std::vector<Delivery> deliveries;
     std::vector<std::uint32_t> during; // the sends that trigger it; empty: any
     int times = -1;                    // how many sends trigger it; -1: all
+    // Sees each delivery just before it is made (a trace, say).
+    std::function<void(const Delivery&)> observer;
 };
 
 class Host

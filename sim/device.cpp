@@ -52,12 +52,14 @@ struct Answer
 };
 
 // A responder for a query whose payload is an envelope's address: fill
-// fills the envelope in place during the command.
+// fills the envelope in place during the command. The interface query may
+// be answered in an envelope the host keeps, where the host answers elsewhere.
 template <typename T, typename Fill>
-host::Responder answerQuery(std::uint32_t number, std::function<void(std::uint32_t, int, Fields)> traced, Fill fill)
+host::Responder answerQuery(host::Host& host, std::uint32_t number,
+                            std::function<void(std::uint32_t, int, Fields)> traced, Fill fill)
 {
-    return [number, traced, fill](const kpf::IMessage& command) -> std::optional<Bytes> {
-        auto* query = host::payloadAddress<QueryInfo<T>>(command);
+    return [&host, number, traced, fill](const kpf::IMessage& command) -> std::optional<Bytes> {
+        auto* query = host.answerEnvelope<QueryInfo<T>>(command, number == 0xFC050111u);
         if (query == nullptr) {
             traced(number, -1, {{"envelope", nullptr}});
             return std::nullopt;
@@ -101,7 +103,8 @@ void SimulatedDevice::installQueries()
         reply(number, length, std::move(fields));
     };
 
-    commands.setResponder(0xFC050111u, answerQuery<s_InterfaceDetailInfo>(0xFC050111u, traced, [this](auto& query) {
+    commands.setResponder(0xFC050111u,
+                          answerQuery<s_InterfaceDetailInfo>(m_host, 0xFC050111u, traced, [this](auto& query) {
                               const Parameters params = parametersOf(query);
                               Fields ids = Fields::array();
                               for (const s_InterfaceList& entry : m_state.interfaces) {
@@ -112,7 +115,7 @@ void SimulatedDevice::installQueries()
                               }
                               return Answer{std::nullopt, {{"interfaces", ids}}};
                           }));
-    commands.setResponder(0xFC050200u, answerQuery<s_ScreenDetail>(0xFC050200u, traced, [this](auto& query) {
+    commands.setResponder(0xFC050200u, answerQuery<s_ScreenDetail>(m_host, 0xFC050200u, traced, [this](auto& query) {
                               const Parameters params = parametersOf(query);
                               Fields ids = Fields::array();
                               for (const Screen& screen : m_state.screens) {
@@ -123,7 +126,7 @@ void SimulatedDevice::installQueries()
                               }
                               return Answer{std::nullopt, {{"screens", ids}}};
                           }));
-    commands.setResponder(0xFC0D1000u, answerQuery<s_SubcardQuery>(0xFC0D1000u, traced, [this](auto& query) {
+    commands.setResponder(0xFC0D1000u, answerQuery<s_SubcardQuery>(m_host, 0xFC0D1000u, traced, [this](auto& query) {
                               Fields slots = Fields::array();
                               for (const Subcard& subcard : m_state.subcards) {
                                   query.info.stSubcardInfoArry.push_back(subcard.info);
@@ -134,25 +137,25 @@ void SimulatedDevice::installQueries()
     // Every verdict the scenario holds, whatever the checks: the service
     // judges the interfaces as they stand.
     for (std::uint32_t number : {0xFC051000u, 0xFC051001u}) {
-        commands.setResponder(number, answerQuery<s_TimigCheckQuery>(number, traced, [this](auto& query) {
+        commands.setResponder(number, answerQuery<s_TimigCheckQuery>(m_host, number, traced, [this](auto& query) {
                                   query.info.stCheckResultArry = m_state.verdicts;
                                   return Answer{std::nullopt, {{"verdicts", listOf(m_state.verdicts)}}};
                               }));
     }
     // One answer per assessment, in order; the last one repeats.
-    commands.setResponder(0xFC05021Fu, answerQuery<s_TimingAssessQuery>(0xFC05021Fu, traced, [this](auto& query) {
-                              Assessment answer;
-                              if (!m_state.assessments.empty())
-                                  answer = m_state.assessments[std::min(m_assessments, m_state.assessments.size() - 1)];
-                              ++m_assessments;
-                              query.info.stAssessResultArry = answer.results;
-                              Fields codes = Fields::array();
-                              for (const auto& result : answer.results)
-                                  codes.push_back(result.code);
-                              return Answer{answer.answer ? std::optional<Bytes>(bytesOf(*answer.answer))
-                                                          : std::nullopt,
-                                            {{"answer", orNull(answer.answer)}, {"codes", codes}}};
-                          }));
+    commands.setResponder(
+        0xFC05021Fu, answerQuery<s_TimingAssessQuery>(m_host, 0xFC05021Fu, traced, [this](auto& query) {
+            Assessment answer;
+            if (!m_state.assessments.empty())
+                answer = m_state.assessments[std::min(m_assessments, m_state.assessments.size() - 1)];
+            ++m_assessments;
+            query.info.stAssessResultArry = answer.results;
+            Fields codes = Fields::array();
+            for (const auto& result : answer.results)
+                codes.push_back(result.code);
+            return Answer{answer.answer ? std::optional<Bytes>(bytesOf(*answer.answer)) : std::nullopt,
+                          {{"answer", orNull(answer.answer)}, {"codes", codes}}};
+        }));
 
     // Plain replies, or none when the scenario gives no value.
     const auto answerWith = [this](std::uint32_t number, const char* field, auto value) {

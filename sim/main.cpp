@@ -3,6 +3,7 @@
 // that crosses the component's boundary.
 
 #include "host/host.h"
+#include "host/variation.h"
 #include "sim/player.h"
 #include "sim/scenario.h"
 #include "sim/trace.h"
@@ -13,7 +14,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 #ifndef EDIDVM_DEFAULT_PLUGIN
 #define EDIDVM_DEFAULT_PLUGIN "liboutputedidviewmodel.so"
@@ -58,9 +61,16 @@ int main(int argc, char** argv)
     std::string file = firstReadable(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO);
     bool json = false;
     bool markdown = false;
+    std::string variation;
+    std::vector<std::string> variations;
+    for (edidvm::host::Variation known : edidvm::host::allVariations())
+        variations.push_back(edidvm::host::variationName(known));
     app.add_option("scenario", file, "scenario file (JSON)")->capture_default_str();
     app.add_option("--plugin", plugin, "the plug-in library to load")->capture_default_str();
     app.add_flag("--json", json, "print the trace as JSON Lines");
+    app.add_option("--host-variation", variation,
+                   "how the host behaves within the contract; overrides the scenario's \"host\" variation")
+        ->check(CLI::IsMember(variations));
     app.add_flag("--messages-markdown", markdown, "print the message reference (docs/messages.md) and exit");
     app.footer("Exit status: 0 every expectation met, 1 an expectation not met, 2 a bad scenario or command line, "
                "3 a plug-in that does not load.");
@@ -79,6 +89,8 @@ int main(int argc, char** argv)
     edidvm::sim::Scenario scenario;
     try {
         scenario = edidvm::sim::loadScenario(file);
+        if (!variation.empty())
+            scenario.host.variation = variation;
     } catch (const edidvm::sim::ScenarioError& error) {
         std::fprintf(stderr, "edidsim: %s\n", error.what());
         return BadInput;

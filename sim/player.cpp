@@ -3,6 +3,7 @@
 #include "protomodel/queryinfo.h"
 #include "viewmodel/viewmodelrecords.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -71,6 +72,52 @@ Player::Player(host::Host& host, const Scenario& scenario, Trace& trace)
     : m_host(host), m_scenario(scenario), m_trace(trace), m_device(host, trace)
 {}
 
+void Player::applyHostBehaviour()
+{
+    const HostBehaviour& behaviour = m_scenario.host;
+    const host::Variation variation = host::variationNamed(behaviour.variation).value_or(host::Variation::Default);
+    m_host.setVariation(variation);
+    std::vector<HostDelivery> wanted = behaviour.deliver;
+    const auto& interfaces = m_scenario.device.interfaces;
+    if (wanted.empty() && variation == host::Variation::NestedDeliveries)
+        wanted.push_back({0xFC00060Au, std::nullopt, std::nullopt}); // the page asks for the timing again
+    if (wanted.empty() && variation == host::Variation::MovingCurrent && !interfaces.empty())
+        wanted.push_back({0xFC021009u, interfaces.at(interfaces.size() > 1 ? 1 : 0).interfaceId, std::nullopt});
+
+    host::Interjection interjection;
+    for (const HostDelivery& item : wanted) {
+        const MessageInfo* info = findMessage(item.number);
+        host::Delivery delivery;
+        delivery.number = item.number;
+        delivery.kind =
+            info != nullptr && info->kind == Kind::Command ? kpf::MessageKindCommand : kpf::MessageKindEvent;
+        int size = 0;
+        if (item.interfaceId) {
+            const auto found =
+                std::find_if(interfaces.begin(), interfaces.end(),
+                             [&item](const s_InterfaceList& entry) { return entry.interfaceId == *item.interfaceId; });
+            if (found != interfaces.end()) {
+                delivery.record = std::make_shared<const s_InterfaceList>(*found);
+                size = static_cast<int>(sizeof(s_InterfaceList));
+            }
+        }
+        delivery.size = item.size.value_or(size);
+        interjection.deliveries.push_back(std::move(delivery));
+    }
+    interjection.during = behaviour.during;
+    interjection.times = behaviour.times;
+    interjection.observer = [this](const host::Delivery& delivery) {
+        const MessageInfo* info = findMessage(delivery.number);
+        const int size = delivery.size.value_or(0);
+        const char* name = info != nullptr ? info->name : "unknown";
+        m_trace.entry({Direction::In, "nested", delivery.number, name, size,
+                       info != nullptr ? decodePayload(*info, delivery.record.get(), size) : Fields::object()});
+    };
+    m_host.setInterjection(std::move(interjection));
+    if (variation != host::Variation::Default)
+        m_trace.note("host variation: " + behaviour.variation);
+}
+
 int Player::run()
 {
     m_device.setState(m_scenario.device);
@@ -94,6 +141,7 @@ int Player::run()
                     {{"scenario", file}, {"name", m_scenario.name}});
     for (const std::string& note : m_scenario.notes)
         m_trace.note(note);
+    applyHostBehaviour();
 
     m_trace.entry({Direction::In, "event", 0xFFFF0000u, "Start", 0, Fields::object()});
     for (kpf::IMessageHandler* component : m_host.components())
@@ -114,6 +162,13 @@ int Player::run()
             ++failed;
     }
     m_host.recorder().setHook(nullptr);
+    // A host that answered elsewhere owns those lists: the component must
+    // have left them as they were.
+    const std::string changed = m_host.keptEnvelopesChanged();
+    if (!changed.empty()) {
+        m_trace.note("host: " + changed);
+        ++failed;
+    }
     return failed;
 }
 

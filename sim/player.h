@@ -26,6 +26,8 @@ public:
     int run();
 
 private:
+    // The scenario's host variation, and what the host delivers on its own.
+    void applyHostBehaviour();
     void play(const Step& step);
     void deliver(std::uint32_t number, const void* data, int size);
     void askInterfaceType(std::uint32_t number);

@@ -1,5 +1,6 @@
 #include "sim/scenario.h"
 
+#include "host/variation.h"
 #include "sim/decode.h"
 
 #ifdef EDIDVM_HAVE_EDID
@@ -207,6 +208,7 @@ public:
 
     void device(const Node& node, Device& device, bool patch);
     Step step(const Node& node, Device& device);
+    void hostBehaviour(const Node& node, HostBehaviour& behaviour) const;
 
 private:
     std::int32_t interfaceRef(const Node& node) const
@@ -447,6 +449,48 @@ Expectation Reader::expectation(const Node& node) const
     return expectation;
 }
 
+void Reader::hostBehaviour(const Node& node, HostBehaviour& behaviour) const
+{
+    node.keys({"variation", "deliver", "during", "times"});
+    if (node.has("variation")) {
+        const Node name = node.at("variation");
+        behaviour.variation = name.text();
+        if (!host::variationNamed(behaviour.variation)) {
+            Keys names;
+            for (host::Variation known : host::allVariations())
+                names.push_back(host::variationName(known));
+            name.fail("unknown host variation \"" + behaviour.variation + "\"; expected one of " + joined(names));
+        }
+    }
+    const auto messageNumber = [this](const Node& item) {
+        const Expectation named = expectation(item);
+        if (named.number == 0)
+            item.fail("expected a message, not a service call");
+        return named.number;
+    };
+    if (node.has("deliver")) {
+        for (const Node& item : node.at("deliver").items("a list of messages to deliver")) {
+            HostDelivery delivery;
+            if (item.value().is_object()) {
+                item.keys({"number", "interface", "size"});
+                delivery.number = messageNumber(item.need("number", "a message name or number"));
+                if (item.has("interface"))
+                    delivery.interfaceId = interfaceRef(item.at("interface"));
+                if (item.has("size"))
+                    delivery.size = item.at("size").int32();
+            } else {
+                delivery.number = messageNumber(item);
+            }
+            behaviour.deliver.push_back(delivery);
+        }
+    }
+    if (node.has("during")) {
+        for (const Node& item : node.at("during").items("a list of messages the component sends"))
+            behaviour.during.push_back(messageNumber(item));
+    }
+    node.read("times", behaviour.times, -1, Int32Max);
+}
+
 struct StepKind
 {
     const char* name;
@@ -608,7 +652,7 @@ Scenario loadScenario(const std::string& file)
     try {
         Reader reader(fs::path(file).parent_path(), scenario.notes);
         const Node top(root, "");
-        top.keys({"name", "description", "device", "steps"});
+        top.keys({"name", "description", "host", "device", "steps"});
         if (top.has("name"))
             scenario.name = top.at("name").text();
         if (top.has("description"))
@@ -616,6 +660,8 @@ Scenario loadScenario(const std::string& file)
         const Node device = top.need("device", "the device's state");
         device.keys(DeviceKeys);
         reader.device(device, scenario.device, false);
+        if (top.has("host"))
+            reader.hostBehaviour(top.at("host"), scenario.host);
 
         Device current = scenario.device;
         for (const Node& item : top.need("steps", "a list of steps").items("a list of steps"))

@@ -117,11 +117,30 @@ struct Step
     std::optional<std::vector<std::string>> warnings;
 };
 
+// A message our host delivers into the component on its own.
+struct HostDelivery
+{
+    std::uint32_t number = 0;
+    std::optional<std::int32_t> interfaceId; // the payload: that interface's record
+    std::optional<int> size;                 // the size reported, when not the payload's
+};
+
+// How our host behaves while the scenario plays.
+struct HostBehaviour
+{
+    std::string variation = "default"; // as edidsim --host-variation takes it
+    // Under nested-deliveries and moving-current; empty: the variation's own.
+    std::vector<HostDelivery> deliver;
+    std::vector<std::uint32_t> during; // the sends that trigger them; empty: any
+    int times = -1;                    // how many sends trigger them; -1: all
+};
+
 struct Scenario
 {
     std::string file;
     std::string name;
     std::string description;
+    HostBehaviour host;
     Device device;
     std::vector<std::string> notes; // from reading EDID files
     std::vector<Step> steps;

@@ -24,12 +24,20 @@ const char Reentry[] = "handler re-entered on a thread that holds the view model
 template <typename Record>
 host::Delivery event(std::uint32_t number, const Record& record, std::optional<int> size = std::nullopt)
 {
-    return {kpf::MessageKindEvent, number, bytesOf(record), size, false};
+    host::Delivery delivery;
+    delivery.number = number;
+    delivery.payload = bytesOf(record);
+    delivery.size = size;
+    return delivery;
 }
 
 host::Delivery bare(std::uint32_t number, int kind = kpf::MessageKindEvent)
 {
-    return {kind, number, {}, 0, false};
+    host::Delivery delivery;
+    delivery.kind = kind;
+    delivery.number = number;
+    delivery.size = 0;
+    return delivery;
 }
 
 class VariationTest : public TimingChangeTest
@@ -38,7 +46,11 @@ protected:
     void interjectOnce(Variation variation, std::vector<host::Delivery> deliveries, std::uint32_t during)
     {
         host.setVariation(variation);
-        host.setInterjection({std::move(deliveries), {during}, 1});
+        host::Interjection interjection;
+        interjection.deliveries = std::move(deliveries);
+        interjection.during = {during};
+        interjection.times = 1;
+        host.setInterjection(std::move(interjection));
     }
 
     // A check request as the page sends it: the envelope's address.
@@ -231,7 +243,9 @@ TEST_F(VariationTest, AnyMessageDeliveredDuringAnyOwnSendLeavesAWorkingComponent
             SCOPED_TRACE(::testing::Message() << "flow " << f << ", delivered " << std::hex << delivery.number);
             baseline();
             host.setVariation(Variation::NestedDeliveries);
-            host.setInterjection({{delivery}, {}, -1});
+            host::Interjection interjection;
+            interjection.deliveries = {delivery};
+            host.setInterjection(std::move(interjection));
             flows[f]();
             EXPECT_GT(host.interjections(), 0);
             host.setVariation(Variation::Default);
