@@ -1,0 +1,68 @@
+// libFuzzer target: the input is an EDID file's bytes. The decoder must give
+// timings that hold together or refuse with an EdidError; anything else
+// (another exception, a sanitizer report, a broken timing) is a fault.
+//
+// Random bytes rarely sum to 0, so each input is decoded a second time with
+// every whole block's checksum set right: that copy reaches the timings.
+
+#include "sim/edid/edid.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <numeric>
+#include <vector>
+
+using namespace edidvm::edid;
+
+namespace {
+
+[[noreturn]] void fail(const char* what, const DetailedTiming& timing)
+{
+    std::fprintf(stderr, "edidvm-fuzz-edid: %s (block %d, timing %d: %s)\n", what, timing.block, timing.index,
+                 describe(timing).c_str());
+    std::abort();
+}
+
+void check(const std::vector<std::uint8_t>& bytes)
+{
+    Edid edid;
+    try {
+        edid = parseEdid(bytes, "fuzz.edid");
+    } catch (const EdidError&) {
+        return;
+    }
+    const int blocks = static_cast<int>(bytes.size() / 128);
+    for (std::size_t i = 0; i < edid.timings.size(); ++i) {
+        const DetailedTiming& t = edid.timings[i];
+        if (t.index != static_cast<int>(i))
+            fail("index out of order", t);
+        if (t.block < 0 || t.block >= blocks)
+            fail("block outside the file", t);
+        if (t.preferred != (i == 0 && t.block == 0))
+            fail("preferred is not the base block's first timing", t);
+        if (t.pixelClockKHz == 0 || t.width <= 0 || t.height <= 0)
+            fail("empty timing", t);
+        if (!std::isfinite(t.refreshHz) || t.refreshHz <= 0.0)
+            fail("refresh rate not a positive number", t);
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    std::vector<std::uint8_t> bytes(data, data + size);
+    check(bytes);
+    bool changed = false;
+    for (std::size_t block = 0; block + 128 <= bytes.size(); block += 128) {
+        const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(block);
+        const auto sum = static_cast<std::uint8_t>(-std::accumulate(first, first + 127, 0u));
+        changed |= first[127] != sum;
+        first[127] = sum;
+    }
+    if (changed)
+        check(bytes);
+    return 0;
+}

@@ -1,0 +1,131 @@
+// libFuzzer target: the input is a scenario's JSON text, read and checked by
+// the simulator's reader as edidsim reads a file; it is not played (the view
+// model has its own harness). The reader must return a scenario whose
+// references hold, or refuse with a ScenarioError naming the file; any other
+// exception would end edidsim uncaught.
+//
+// The reader takes a path, so each input is written to a file in a private
+// folder that also holds links to the repository's EDID files, as the
+// scenarios that seed the corpus name them ("edid/...", "bad-checksum.edid").
+
+#include "sim/scenario.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+#ifndef EDIDVM_SOURCE_DIR
+#error "EDIDVM_SOURCE_DIR must name the repository"
+#endif
+
+namespace fs = std::filesystem;
+using namespace edidvm::sim;
+
+namespace {
+
+fs::path g_folder;
+std::string g_file;
+
+[[noreturn]] void fail(const std::string& what)
+{
+    std::fprintf(stderr, "edidvm-fuzz-scenario: %s\n", what.c_str());
+    std::abort();
+}
+
+void removeFolder()
+{
+    std::error_code ignored;
+    fs::remove_all(g_folder, ignored); // removes the links, never their targets
+}
+
+// What the player relies on without checking again.
+void checkReferences(const Scenario& scenario)
+{
+    std::set<std::int32_t> ids;
+    for (const auto& entry : scenario.device.interfaces)
+        ids.insert(entry.interfaceId);
+    auto known = [&](std::int32_t id, const char* where) {
+        if (ids.count(id) == 0)
+            fail(std::string(where) + " names unknown interface " + std::to_string(id));
+    };
+    auto checkDevice = [&](const Device& device) {
+        if (device.interfaces.size() != ids.size())
+            fail("a device change altered the interface list");
+        for (const auto& [id, timings] : device.edid) {
+            known(id, "an EDID");
+            if (timings.empty())
+                fail("an EDID without timings");
+        }
+        for (const Screen& screen : device.screens) {
+            for (const auto& output : screen.info.stOutputDetailArry)
+                known(output.interfaceId, "a screen");
+        }
+        for (const auto& verdict : device.verdicts)
+            known(verdict.interfaceId, "a verdict");
+    };
+    checkDevice(scenario.device);
+    for (const HostDelivery& delivery : scenario.host.deliver) {
+        if (delivery.interfaceId)
+            known(*delivery.interfaceId, "a host delivery");
+    }
+    for (const Step& step : scenario.steps) {
+        if (step.action == Action::Current || step.action == Action::Sdi)
+            known(step.interfaceId, "a step");
+        if (step.action == Action::ChangeDevice) {
+            if (!step.device)
+                fail("a device step without its device");
+            checkDevice(*step.device);
+        }
+        for (const auto& timing : step.thumbTimings)
+            known(timing.interfaceId, "a changed thumb timing");
+        for (const auto& timing : step.referenceTimings)
+            known(timing.interfaceId, "a changed reference timing");
+        if (step.expect) {
+            for (const Expectation& expectation : *step.expect) {
+                if ((expectation.number == 0) == expectation.call.empty())
+                    fail("an expectation that is neither a message nor a call");
+            }
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    std::string pattern = (fs::temp_directory_path() / "edidvm-fuzz-scenario-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr)
+        fail("cannot make a private folder");
+    g_folder = pattern;
+    g_file = (g_folder / "fuzz.json").string();
+    std::atexit(removeFolder);
+    const fs::path source = EDIDVM_SOURCE_DIR;
+    fs::create_directory_symlink(source / "scenarios" / "edid", g_folder / "edid");
+    for (const auto& entry : fs::directory_iterator(source / "tests" / "scenarios" / "data")) {
+        if (entry.path().extension() == ".edid")
+            fs::create_symlink(entry.path(), g_folder / entry.path().filename());
+    }
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    {
+        std::ofstream out(g_file, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+        if (!out)
+            fail("cannot write " + g_file);
+    }
+    try {
+        checkReferences(loadScenario(g_file));
+    } catch (const ScenarioError& error) {
+        const std::string what = error.what();
+        if (what.rfind(g_file + ": ", 0) != 0 || what.size() == g_file.size() + 2)
+            fail("an error that does not name the file and what is wrong: " + what);
+    }
+    return 0;
+}
