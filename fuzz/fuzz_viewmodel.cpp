@@ -231,8 +231,12 @@ QueryInfo<Data>& envelope(const kpf::IMessage& command)
 void installStandIns(Run& run)
 {
     World& w = run.world;
-    standIn(run, 0xFC050111u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-        auto& q = envelope<s_InterfaceDetailInfo>(c);
+    standIn(run, 0xFC050111u, [&w, &run](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+        // Answered in an envelope of the host's when the host answers elsewhere.
+        auto* elsewhere = run.host.answerEnvelope<QueryInfo<s_InterfaceDetailInfo>>(c, true);
+        if (elsewhere == nullptr)
+            fail("query without its envelope", 0xFC050111u);
+        auto& q = *elsewhere;
         std::map<std::string, std::string> params;
         if (q.filter)
             q.filter(params);
@@ -452,6 +456,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     Reader in{data, size};
     Run run;
+    // The input's length picks how the host hands out payloads, so the seeds
+    // keep their layout: copied, lent, lent with the interface list answered
+    // elsewhere, or readable only once.
+    static const edidvm::host::Variation hosts[4] = {
+        edidvm::host::Variation::Default, edidvm::host::Variation::LentPayloads,
+        edidvm::host::Variation::AnswerElsewhere, edidvm::host::Variation::UnstableData};
+    run.host.setVariation(hosts[size % 4]);
     run.world = readWorld(in);
     std::vector<Reader> bodies(in.u8() % (MaxMessages + 1));
     for (Reader& body : bodies)
@@ -474,6 +485,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         run.host.events().dropQueue();
         if (run.host.store().liveCount() != 0)
             fail("a message or response was not released", 0);
+        if (!run.host.keptEnvelopesChanged().empty())
+            fail("the component changed an envelope that was not its own", 0xFC050111u);
     }
     kpf::api::get().hostApi = nullptr;
     return 0;

@@ -175,6 +175,8 @@ void Host::startAll()
 void Host::unload()
 {
     m_events.dropQueue();
+    // A kept envelope may hold a filter made by the library's code.
+    dropKeptEnvelopes();
     while (!m_components.empty()) {
         const Component component = m_components.back();
         m_components.pop_back();

@@ -277,6 +277,17 @@ TEST_F(VariationTest, ACurrentInterfaceThatMovesDuringACommitIsReadAgainWhereThe
     ASSERT_EQ(thumbWritten.size(), 1u);
     EXPECT_EQ(thumbWritten[0].at(0).interfaceId, 3);
 
+    // It moves while the commit fetches the list: the check is made for the
+    // interface current once the list is in.
+    baseline();
+    choose(thumbTiming(1280, 720, 30.0f));
+    ASSERT_EQ(sentNumbers().back(), Confirmation);
+    interjectOnce(Variation::MovingCurrent, {moveTo5}, 0xFC050111u);
+    answer(35, 1);
+    s_InterfaceThumbTiming forFive = thumbTiming(1280, 720, 30.0f);
+    forFive.interfaceId = 5;
+    EXPECT_EQ(payloadOf(0xFC000626u), bytesOf(s_ThumbTimigCheck{5, 3, forFive.stThumbTiming, 75, 85}));
+
     // It moves while the pre-check is judged: only the new one's verdicts count.
     for (const bool thumb : {true, false}) {
         SCOPED_TRACE(thumb ? "thumb" : "reference");
