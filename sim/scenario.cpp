@@ -640,8 +640,9 @@ Scenario loadScenario(const std::string& file)
     json root;
     try {
         root = json::parse(text.str());
-    } catch (const json::parse_error& error) {
-        // "[json.exception.parse_error.101] parse error at line 2, column 5: ..."
+    } catch (const json::exception& error) {
+        // "[json.exception.parse_error.101] parse error at line 2, column 5: ...", or
+        // out_of_range.406 for a number beyond a double (1e400), which names no line.
         const std::string what = error.what();
         const std::size_t start = what.find("] ");
         throw ScenarioError(file + ": " + (start == std::string::npos ? what : what.substr(start + 2)));
