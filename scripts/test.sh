@@ -4,7 +4,8 @@
 # AArch64 and runs them under qemu-user, makes and checks the Debian packages
 # for both, then runs every test again under
 # AddressSanitizer + UndefinedBehaviorSanitizer and under ThreadSanitizer,
-# and the fuzzer for a minute. Fails on the first failure.
+# and the fuzzers: the component for a minute, the simulator's EDID decoder
+# and scenario reader for half a minute each. Fails on the first failure.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
