@@ -152,7 +152,8 @@ TEST(EdidBadInput, EachFaultNamesTheBlockAndTheByte)
         {{{{58, 0x00}}, 0}, "block 0, byte 54: detailed timing has no active area (0x1440)"},
     };
     for (const auto& [change, error] : cases)
-        EXPECT_EQ(errorOf([&] { return parseEdid(viewsonic(change), "vp2768.edid"); }), "vp2768.edid: " + error);
+        EXPECT_EQ(errorOf([&change = change] { return parseEdid(viewsonic(change), "vp2768.edid"); }),
+                  "vp2768.edid: " + error);
 
     // A file's errors name its path.
     const std::string data = EDIDVM_EDID_DATA_DIR;
