@@ -1,9 +1,9 @@
 // libFuzzer target: the input is an EDID file's bytes. The decoder must give
-// timings that hold together or refuse with an EdidError; anything else
+// modes that hold together or refuse with an EdidError; anything else
 // (another exception, a sanitizer report, a broken timing) is a fault.
 //
 // Random bytes rarely sum to 0, so each input is decoded a second time with
-// every whole block's checksum set right: that copy reaches the timings.
+// every whole block's checksum set right: that copy reaches the modes.
 
 #include "sim/edid/edid.h"
 
@@ -18,7 +18,7 @@ using namespace edidvm::edid;
 
 namespace {
 
-[[noreturn]] void fail(const char* what, const DetailedTiming& timing)
+[[noreturn]] void fail(const char* what, const Mode& timing)
 {
     std::fprintf(stderr, "edidvm-fuzz-edid: %s (block %d, timing %d: %s)\n", what, timing.block, timing.index,
                  describe(timing).c_str());
@@ -34,14 +34,14 @@ void check(const std::vector<std::uint8_t>& bytes)
         return;
     }
     const int blocks = static_cast<int>(bytes.size() / 128);
-    for (std::size_t i = 0; i < edid.timings.size(); ++i) {
-        const DetailedTiming& t = edid.timings[i];
+    for (std::size_t i = 0; i < edid.modes.size(); ++i) {
+        const Mode& t = edid.modes[i];
         if (t.index != static_cast<int>(i))
             fail("index out of order", t);
         if (t.block < 0 || t.block >= blocks)
             fail("block outside the file", t);
-        if (t.preferred != (i == 0 && t.block == 0))
-            fail("preferred is not the base block's first timing", t);
+        if (t.preferred && t.kind != Kind::DisplayId && (t.kind != Kind::Detailed || t.block != 0))
+            fail("preferred is neither the base block's first detailed timing nor DisplayID's", t);
         if (t.pixelClockKHz == 0 || t.width <= 0 || t.height <= 0)
             fail("empty timing", t);
         if (!std::isfinite(t.refreshHz) || t.refreshHz <= 0.0)

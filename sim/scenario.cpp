@@ -233,6 +233,39 @@ private:
     std::set<std::int32_t> m_ids;
 };
 
+#ifdef EDIDVM_HAVE_EDID
+// Why the records cannot carry a mode; empty when they can. They hold a
+// progressive frame rate in a float and a size in 32 bits.
+std::string unimportable(const edid::Mode& mode)
+{
+    if (mode.interlaced)
+        return "interlaced, and the records carry progressive frame rates only";
+    if (mode.width <= 0 || mode.height <= 0)
+        return "no active area";
+    if (!(mode.refreshHz > 0.0 && mode.refreshHz <= std::numeric_limits<float>::max()))
+        return "its refresh does not fit the records' float";
+    return {};
+}
+#endif
+
+// The preferred mode if the records carry it, else the first detailed
+// timing they carry, else the first mode they carry.
+const EdidTiming& importedTiming(const std::vector<EdidTiming>& timings)
+{
+    const auto first = [&](auto wanted) {
+        return std::find_if(timings.begin(), timings.end(),
+                            [&](const EdidTiming& timing) { return timing.refused.empty() && wanted(timing); });
+    };
+    auto chosen = first([](const EdidTiming& timing) { return timing.preferred; });
+    if (chosen == timings.end())
+        chosen = first([](const EdidTiming& timing) { return timing.text.find("(DTD") != std::string::npos; });
+    if (chosen == timings.end())
+        chosen = first([](const EdidTiming&) { return true; });
+    return *chosen;
+}
+
+// Every mode is kept, so that the indexes are those of the listing; the ones
+// the records cannot carry are marked and named in a note.
 std::vector<EdidTiming> Reader::edid(const Node& node)
 {
     const std::string written = node.text();
@@ -242,20 +275,26 @@ std::vector<EdidTiming> Reader::edid(const Node& node)
         const edid::Edid decoded = edid::loadEdidFile((m_base / written).lexically_normal().string());
         for (const std::string& note : decoded.notes)
             m_notes.push_back(written + ": " + note);
-        for (const edid::DetailedTiming& timing : decoded.timings)
-            timings.push_back(
-                {timing.width, timing.height, timing.refreshHz, timing.preferred, edid::describe(timing)});
+        for (const edid::Mode& mode : decoded.modes)
+            timings.push_back({mode.width, mode.height, mode.refreshHz, mode.preferred,
+                               edid::describe(mode) + " (" + mode.source + (mode.preferred ? ", preferred)" : ")"),
+                               unimportable(mode)});
     } catch (const std::exception& error) {
         node.fail(error.what());
     }
-    if (timings.empty())
-        node.fail(written + " holds no detailed timing");
+    if (std::all_of(timings.begin(), timings.end(), [](const EdidTiming& timing) { return !timing.refused.empty(); }))
+        node.fail(written + " holds no mode the records can carry (" + std::to_string(timings.size()) + " modes)");
     // Listed with their indexes, which is how a step chooses one.
     std::string list;
     for (std::size_t i = 0; i < timings.size(); ++i)
-        list += (i == 0 ? " " : ", ") + std::to_string(i) + " " + timings[i].text +
-                (timings[i].preferred ? " (preferred)" : "");
-    m_notes.push_back(written + ": detailed timings" + list);
+        list += (i == 0 ? " " : ", ") + std::to_string(i) + " " + timings[i].text;
+    m_notes.push_back(written + ": modes" + list);
+    for (std::size_t i = 0; i < timings.size(); ++i) {
+        if (!timings[i].refused.empty())
+            m_notes.push_back(written + ": mode " + std::to_string(i) + " " + timings[i].text +
+                              " not imported: " + timings[i].refused);
+    }
+    m_notes.push_back(written + ": imported " + importedTiming(timings).text);
 #else
     (void)m_notes;
     node.fail("this build has no EDID decoder; expected thumb and detail timings instead");
@@ -277,9 +316,7 @@ void Reader::interface(const Node& node, Device& device, s_InterfaceList& entry,
         if (node.has("thumb") || node.has("detail"))
             node.at("edid").fail("expected either an EDID file or thumb and detail timings, not both");
         std::vector<EdidTiming> timings = edid(node.at("edid"));
-        const auto preferred =
-            std::find_if(timings.begin(), timings.end(), [](const EdidTiming& timing) { return timing.preferred; });
-        const EdidTiming& chosen = preferred != timings.end() ? *preferred : timings.front();
+        const EdidTiming& chosen = importedTiming(timings);
         copyResolution(chosen, entry.stThumbTiming);
         copyResolution(chosen, entry.stTimingDetail);
         device.edid[entry.interfaceId] = std::move(timings);
@@ -408,8 +445,13 @@ const EdidTiming& Reader::edidChoice(const Node& node, const Device& device) con
     const auto found = device.edid.find(id);
     if (found == device.edid.end())
         node.at("interface").fail("interface " + std::to_string(id) + " has no EDID file");
-    const Node index = node.need("index", "the index of a detailed timing");
-    return found->second.at(static_cast<std::size_t>(index.integer(0, std::int64_t(found->second.size()) - 1)));
+    const Node index = node.need("index", "the index of a mode in the EDID's listing");
+    const EdidTiming& chosen =
+        found->second.at(static_cast<std::size_t>(index.integer(0, std::int64_t(found->second.size()) - 1)));
+    if (!chosen.refused.empty())
+        index.fail("mode " + std::to_string(index.integer()) + " " + chosen.text +
+                   " cannot be chosen: " + chosen.refused);
+    return chosen;
 }
 
 Expectation Reader::expectation(const Node& node) const

@@ -26,14 +26,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// One detailed timing of an interface's EDID, as a step may choose it.
+// One mode of an interface's EDID, as a step may choose it.
 struct EdidTiming
 {
     std::int32_t width = 0;
     std::int32_t height = 0; // frame height, also when interlaced
     double refresh = 0.0;    // Hz; the field rate when interlaced
     bool preferred = false;
-    std::string text; // as the decoder describes it
+    std::string text;    // as the decoder describes it, with its source
+    std::string refused; // why the records cannot carry it; empty when they can
 };
 
 struct Screen
