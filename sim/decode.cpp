@@ -116,6 +116,50 @@ Fields fieldsOf(const Model::s_InterfaceTimingNotice& notice)
     return {{"word0", notice.noticeWord0}, {"word1", notice.noticeWord1}, {"word3", notice.noticeWord3}};
 }
 
+namespace {
+template <typename Record>
+void setWords(Record& timing, const std::vector<Word<Record>>& words)
+{
+    for (const Word<Record>& word : words)
+        timing.*word.field = 1;
+}
+} // namespace
+
+void setEveryWord(s_ThumbTimingInfo& timing)
+{
+    setWords(timing, ThumbWords);
+}
+
+void setEveryWord(s_TimingDetailInfo& timing)
+{
+    setWords(timing, DetailWords);
+}
+
+void setEveryWord(s_InterfaceThumbTiming& choice)
+{
+    setEveryWord(choice.stThumbTiming);
+}
+
+void setEveryWord(s_InterfacePresetTiming& choice)
+{
+    setEveryWord(choice.stTimingDetail);
+}
+
+void setEveryWord(s_ThumbTimigCheck& check)
+{
+    setEveryWord(check.stThumbTiming);
+}
+
+void setEveryWord(s_DetailTimigCheck& check)
+{
+    setEveryWord(check.stTimingDetail);
+}
+
+void setEveryWord(LCD::ProtoModel::Screen::s_ScreenThumbTiming& timing)
+{
+    setEveryWord(timing.stThumbTiming);
+}
+
 Fields boxFields(const Model::s_MessageBoxRequest& box, bool answer)
 {
     if (answer)

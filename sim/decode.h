@@ -42,6 +42,25 @@ Fields fieldsOf(const Model::s_InterfaceTimingNotice& notice);
 // A request shows its id, type and text; an answer its id and the user's choice.
 Fields boxFields(const Model::s_MessageBoxRequest& box, bool answer);
 
+// Every key fieldsOf can show for a kind of record: its carried words set.
+void setEveryWord(LCD::ProtoModel::Interface::s_ThumbTimingInfo& timing);
+void setEveryWord(LCD::ProtoModel::Interface::s_TimingDetailInfo& timing);
+void setEveryWord(LCD::ProtoModel::Interface::s_InterfaceThumbTiming& choice);
+void setEveryWord(LCD::ProtoModel::Interface::s_InterfacePresetTiming& choice);
+void setEveryWord(LCD::ProtoModel::Interface::s_ThumbTimigCheck& check);
+void setEveryWord(LCD::ProtoModel::Interface::s_DetailTimigCheck& check);
+void setEveryWord(LCD::ProtoModel::Screen::s_ScreenThumbTiming& timing);
+template <typename T>
+void setEveryWord(T&)
+{}
+template <typename T>
+Fields everyFieldOf()
+{
+    T record{};
+    setEveryWord(record);
+    return fieldsOf(record);
+}
+
 template <typename T>
 Fields listOf(const std::vector<T>& items)
 {

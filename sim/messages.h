@@ -22,6 +22,9 @@ enum class Direction { In, Out }; // as seen from the component
 // data is valid only during the call; addresses it carries (envelopes,
 // vector objects) point into the sender's memory and are read in place.
 using Decoder = Fields (*)(const void* data);
+// Every key the decoder can show, at every depth; a null value stands for
+// anything (a filter's parameters), a list holds its elements' shape.
+using Shape = Fields (*)();
 
 struct MessageInfo
 {
@@ -34,6 +37,7 @@ struct MessageInfo
     const char* record;
     const char* effect; // what the component does with it, or why it sends it
     Decoder decode;     // null: nothing to show; called only when size matches
+    Shape shape;        // null: no fields
 };
 
 const std::vector<MessageInfo>& messageTable();
@@ -45,6 +49,10 @@ const MessageInfo* findMessage(const std::string& name);
 std::string hexNumber(std::uint32_t number);
 // The payload's fields; an "error" field when the length is not the expected.
 Fields decodePayload(const MessageInfo& info, const void* data, int size);
+
+// The fields an expectation of the message may name: its shape, with the
+// "error" a payload of an unexpected length shows.
+Fields expectableFields(const MessageInfo& info);
 
 // docs/messages.md, generated from the table.
 std::string messagesMarkdown();

@@ -136,6 +136,7 @@ int Player::run()
         m_trace.entry(entry);
     });
 
+    traceDescription();
     const std::string file = std::filesystem::path(m_scenario.file).filename().string();
     m_trace.heading("scenario " + file + (m_scenario.name.empty() ? "" : ": " + m_scenario.name),
                     {{"scenario", file}, {"name", m_scenario.name}});
@@ -170,6 +171,32 @@ int Player::run()
         ++failed;
     }
     return failed;
+}
+
+void Player::traceDescription()
+{
+    const auto text = [](const char* value) { return std::string(value != nullptr ? value : "(null)"); };
+    const kpf::PluginInfo* info = m_host.pluginInfo();
+    const std::string file = std::filesystem::path(m_host.path()).filename().string();
+    if (info == nullptr) {
+        m_trace.heading("plug-in " + file, {{"plugin", {{"file", file}}}});
+        return;
+    }
+    std::string ids;
+    Fields components = Fields::array();
+    for (const kpf::ComponentInfo* component : m_host.componentInfos()) {
+        ids += (ids.empty() ? "" : ", ") + text(component->id);
+        components.push_back({{"id", text(component->id)}, {"description", text(component->description)}});
+    }
+    m_trace.heading("plug-in " + file + ": " + text(info->name) + " " + text(info->pluginVersion) +
+                        ", description version " + text(info->version) + ", component " + ids,
+                    {{"plugin",
+                      {{"file", file},
+                       {"name", text(info->name)},
+                       {"pluginVersion", text(info->pluginVersion)},
+                       {"version", text(info->version)},
+                       {"description", text(info->description)},
+                       {"components", components}}}});
 }
 
 void Player::deliver(std::uint32_t number, const void* data, int size)
@@ -268,23 +295,52 @@ void Player::play(const Step& step)
 }
 
 namespace {
-// Pairs what was expected with what came, keeping the longest run of
-// matches in order, so one missing or extra message is reported once.
-// Returns the unmatched positions; -1 stands for nothing.
-std::vector<std::pair<int, int>> differences(std::size_t expected, std::size_t came,
-                                             const std::function<bool(std::size_t, std::size_t)>& same)
+// One line of a comparison as diff shows it: ' ' both sides, '-' only
+// expected (missing), '+' only came (unexpected), '!' the same message with
+// other fields; -1 stands for no side.
+struct Line
+{
+    char mark;
+    int expected;
+    int came;
+};
+
+// The longest run of matches in order is kept, so one missing or extra item
+// is reported once. Between two matches, a missing and an unexpected item of
+// the same kind (sameKind) pair up as differing, in order.
+std::vector<Line> compare(std::size_t expected, std::size_t came,
+                          const std::function<bool(std::size_t, std::size_t)>& same,
+                          const std::function<bool(std::size_t, std::size_t)>& sameKind)
 {
     std::vector<std::vector<int>> common(expected + 1, std::vector<int>(came + 1, 0));
     for (std::size_t i = expected; i-- > 0;) {
         for (std::size_t j = came; j-- > 0;)
             common[i][j] = same(i, j) ? common[i + 1][j + 1] + 1 : std::max(common[i + 1][j], common[i][j + 1]);
     }
-    std::vector<std::pair<int, int>> unmatched;
+    std::vector<Line> lines;
     std::vector<int> missing;
     std::vector<int> extra;
     const auto flush = [&]() {
-        for (std::size_t k = 0; k < std::max(missing.size(), extra.size()); ++k)
-            unmatched.emplace_back(k < missing.size() ? missing[k] : -1, k < extra.size() ? extra[k] : -1);
+        std::size_t m = 0;
+        std::size_t x = 0;
+        std::size_t from = 0;
+        for (std::size_t k = 0; k < missing.size(); ++k) {
+            for (std::size_t l = from; l < extra.size(); ++l) {
+                if (!sameKind(static_cast<std::size_t>(missing[k]), static_cast<std::size_t>(extra[l])))
+                    continue;
+                for (; m < k; ++m)
+                    lines.push_back({'-', missing[m], -1});
+                for (; x < l; ++x)
+                    lines.push_back({'+', -1, extra[x]});
+                lines.push_back({'!', missing[m++], extra[x++]});
+                from = l + 1;
+                break;
+            }
+        }
+        for (; m < missing.size(); ++m)
+            lines.push_back({'-', missing[m], -1});
+        for (; x < extra.size(); ++x)
+            lines.push_back({'+', -1, extra[x]});
         missing.clear();
         extra.clear();
     };
@@ -293,8 +349,7 @@ std::vector<std::pair<int, int>> differences(std::size_t expected, std::size_t c
     while (i < expected || j < came) {
         if (i < expected && j < came && same(i, j) && common[i][j] == common[i + 1][j + 1] + 1) {
             flush();
-            ++i;
-            ++j;
+            lines.push_back({' ', static_cast<int>(i++), static_cast<int>(j++)});
         } else if (j < came && (i == expected || common[i][j + 1] >= common[i + 1][j])) {
             extra.push_back(static_cast<int>(j++));
         } else {
@@ -302,7 +357,74 @@ std::vector<std::pair<int, int>> differences(std::size_t expected, std::size_t c
         }
     }
     flush();
-    return unmatched;
+    return lines;
+}
+
+// Matched lines shown around each difference.
+constexpr std::size_t Context = 2;
+
+// Prints the comparison of what a step expected (messages or warnings) with
+// what came, when they differ, as diff would: matched lines near a
+// difference for context, then each difference marked.
+void report(Trace& trace, std::size_t index, const char* what, const std::vector<Line>& lines,
+            const std::function<std::string(int)>& expectedText, const std::function<std::string(int)>& cameText)
+{
+    int counts[3] = {0, 0, 0}; // differing, missing, unexpected
+    std::vector<std::size_t> changed;
+    for (std::size_t k = 0; k < lines.size(); ++k) {
+        if (lines[k].mark == ' ')
+            continue;
+        ++counts[lines[k].mark == '!' ? 0 : lines[k].mark == '-' ? 1 : 2];
+        changed.push_back(k);
+    }
+    if (changed.empty())
+        return;
+    const char* const names[3] = {"differing", "missing", "unexpected"};
+    std::string summary;
+    Fields record = {{"step", index}, {"what", what}};
+    for (int c = 0; c < 3; ++c) {
+        record[names[c]] = counts[c];
+        if (counts[c] != 0)
+            summary += (summary.empty() ? "" : ", ") + std::to_string(counts[c]) + " " + names[c];
+    }
+    trace.failure("step " + std::to_string(index) + ": the " + what + " differ from the expectation: " + summary,
+                  {{"mismatch", record}});
+
+    const auto side = [](int position, const std::function<std::string(int)>& text) {
+        return position < 0 ? Fields() : Fields{{"index", position}, {"text", text(position)}};
+    };
+    std::size_t shownUpTo = 0; // lines before it are shown or skipped
+    for (std::size_t k : changed) {
+        const std::size_t first = k > Context ? std::max(k - Context, shownUpTo) : shownUpTo;
+        if (first > shownUpTo)
+            trace.difference(' ', "...", Fields());
+        for (std::size_t c = first; c < k; ++c)
+            trace.difference(' ', "         #" + std::to_string(lines[c].came) + " " + cameText(lines[c].came),
+                             Fields());
+        const Line& line = lines[k];
+        const char* change = line.mark == '!' ? "differing" : line.mark == '-' ? "missing" : "unexpected";
+        const Fields detail = {{"mismatch",
+                                {{"step", index},
+                                 {"what", what},
+                                 {"change", change},
+                                 {"expected", side(line.expected, expectedText)},
+                                 {"came", side(line.came, cameText)}}}};
+        if (line.expected >= 0)
+            trace.difference(line.mark,
+                             "expected #" + std::to_string(line.expected) + " " + expectedText(line.expected), detail);
+        if (line.came >= 0)
+            trace.difference(line.mark, "came     #" + std::to_string(line.came) + " " + cameText(line.came),
+                             line.expected >= 0 ? Fields() : detail);
+        shownUpTo = k + 1;
+        // The context after this difference, up to the next one.
+        for (std::size_t c = k + 1; c < lines.size() && c <= k + Context && lines[c].mark == ' '; ++c) {
+            trace.difference(' ', "         #" + std::to_string(lines[c].came) + " " + cameText(lines[c].came),
+                             Fields());
+            shownUpTo = c + 1;
+        }
+    }
+    if (shownUpTo < lines.size())
+        trace.difference(' ', "...", Fields());
 }
 } // namespace
 
@@ -314,28 +436,32 @@ bool Player::check(std::size_t index, const Step& step)
         return true;
 
     bool met = true;
-    const auto report = [&](const char* what, int position, const std::string& expected, int at,
-                            const std::string& actual) {
-        met = false;
-        const std::string wanted = position < 0 ? "nothing" : "#" + std::to_string(position) + " " + expected;
-        const std::string got = at < 0 ? "nothing" : "#" + std::to_string(at) + " " + actual;
-        m_trace.failure("step " + std::to_string(index) + ": " + what + " differs\n   expected  " + wanted +
-                            "\n   came      " + got,
-                        {{"mismatch", {{"step", index}, {"what", what}, {"expected", wanted}, {"came", got}}}});
-    };
-
     if (step.expect) {
         const std::vector<Expectation>& expected = *step.expect;
         const auto same = [&](std::size_t i, std::size_t j) { return matches(expected[i], came[j]); };
-        for (const auto& [i, j] : differences(expected.size(), came.size(), same))
-            report("a message", i, i < 0 ? "" : expectationText(expected[i]), j,
-                   j < 0 ? "" : entryText(came[j].number, came[j].name, came[j].fields));
+        const auto sameKind = [&](std::size_t i, std::size_t j) {
+            return expected[i].call.empty() ? came[j].number == expected[i].number : came[j].name == expected[i].call;
+        };
+        const std::vector<Line> lines = compare(expected.size(), came.size(), same, sameKind);
+        met = std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; });
+        report(
+            m_trace, index, "messages", lines,
+            [&](int i) { return expectationText(expected[static_cast<std::size_t>(i)]); },
+            [&](int j) {
+                const Entry& entry = came[static_cast<std::size_t>(j)];
+                return entryText(entry.number, entry.name, entry.fields);
+            });
     }
     // With expected messages, a warning nobody expected is a mismatch too.
     const std::vector<std::string> warnings = step.warnings.value_or(std::vector<std::string>());
     const auto same = [&](std::size_t i, std::size_t j) { return warnings[i] == logged[j].text; };
-    for (const auto& [i, j] : differences(warnings.size(), logged.size(), same))
-        report("a warning", i, i < 0 ? "" : "\"" + warnings[i] + "\"", j, j < 0 ? "" : "\"" + logged[j].text + "\"");
+    const auto never = [](std::size_t, std::size_t) { return false; };
+    const std::vector<Line> lines = compare(warnings.size(), logged.size(), same, never);
+    if (!std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; }))
+        met = false;
+    report(
+        m_trace, index, "warnings", lines, [&](int i) { return "\"" + warnings[static_cast<std::size_t>(i)] + "\""; },
+        [&](int j) { return "\"" + logged[static_cast<std::size_t>(j)].text + "\""; });
     return met;
 }
 

@@ -28,6 +28,8 @@ public:
 private:
     // The scenario's host variation, and what the host delivers on its own.
     void applyHostBehaviour();
+    // The loaded plug-in's file and the description its pluginfo returns.
+    void traceDescription();
     void play(const Step& step);
     void deliver(std::uint32_t number, const void* data, int size);
     void askInterfaceType(std::uint32_t number);

@@ -42,32 +42,56 @@ std::string joined(const Keys& keys)
     return text;
 }
 
-// A JSON value and where it sits, as a JSON pointer.
+// Thrown after a problem is recorded: reading goes on at the next part that
+// does not depend on the one abandoned. Never leaves loadScenario.
+struct Abandoned
+{
+};
+
+// Runs read; a part it abandons has already been recorded.
+template <typename Read>
+void tryReading(Read read)
+{
+    try {
+        read();
+    } catch (const Abandoned&) {
+    }
+}
+
+// A JSON value and where it sits, as a JSON pointer; its problems are
+// recorded with the file's others, so one run reports them all.
 class Node
 {
 public:
-    Node(const json& value, std::string path) : m_value(value), m_path(std::move(path)) {}
+    Node(const json& value, std::string path, std::vector<std::string>& problems)
+        : m_value(value), m_path(std::move(path)), m_problems(problems)
+    {}
 
     const json& value() const { return m_value; }
+    const std::string& path() const { return m_path; }
 
+    void report(const std::string& text) const { m_problems.push_back((m_path.empty() ? "/" : m_path) + ": " + text); }
     [[noreturn]] void fail(const std::string& text) const
     {
-        throw ScenarioError((m_path.empty() ? "/" : m_path) + ": " + text);
+        report(text);
+        throw Abandoned();
     }
     [[noreturn]] void expected(const std::string& what) const { fail("expected " + what + ", got " + shown()); }
 
-    // An object with no other keys than these.
-    void keys(const Keys& allowed) const
+    // An object with no other keys than these; each other key is reported.
+    void keys(const Keys& allowed, const std::string& whose = "") const
     {
         if (!m_value.is_object())
             expected("an object");
         for (const auto& item : m_value.items()) {
             if (std::find(allowed.begin(), allowed.end(), item.key()) == allowed.end())
-                child(item.key()).fail("unknown key; expected one of " + joined(allowed));
+                child(item.key())
+                    .report("unknown key" + whose + "; expected " +
+                            (allowed.empty() ? std::string("none") : "one of " + joined(allowed)));
         }
     }
     bool has(const char* key) const { return m_value.contains(key); }
-    Node at(const std::string& key) const { return Node(m_value.at(key), childPath(key)); }
+    Node at(const std::string& key) const { return Node(m_value.at(key), childPath(key), m_problems); }
     Node need(const char* key, const std::string& what) const
     {
         if (!has(key))
@@ -80,7 +104,7 @@ public:
             expected(what);
         std::vector<Node> nodes;
         for (std::size_t i = 0; i < m_value.size(); ++i)
-            nodes.emplace_back(m_value[i], m_path + "/" + std::to_string(i));
+            nodes.emplace_back(m_value[i], m_path + "/" + std::to_string(i), m_problems);
         return nodes;
     }
     std::int64_t integer(std::int64_t min = Int32Min, std::int64_t max = Int32Max) const
@@ -94,6 +118,8 @@ public:
         if (!whole || value < min || value > max) {
             if (min == 0 && (max == Int32Max || max == Word32Max))
                 expected("a non-negative integer");
+            if (min == 1 && max == Int32Max)
+                expected("a positive integer");
             expected(min == Int32Min && max == Int32Max
                          ? std::string("an integer")
                          : "an integer from " + std::to_string(min) + " to " + std::to_string(max));
@@ -123,11 +149,14 @@ public:
             values.push_back(static_cast<std::int32_t>(item.integer(min, Int32Max)));
         return values;
     }
-    double number() const
+    // A number a float holds: larger ones would convert undefined.
+    float floatNumber(bool positive) const
     {
-        if (!m_value.is_number() || !std::isfinite(m_value.get<double>()) || m_value.get<double>() < 0.0)
-            expected("a non-negative number");
-        return m_value.get<double>();
+        const double max = std::numeric_limits<float>::max();
+        if (!m_value.is_number() || !(m_value.get<double>() >= 0.0 && m_value.get<double>() <= max) ||
+            (positive && m_value.get<double>() == 0.0))
+            expected(positive ? "a positive number up to 3.4e38" : "a non-negative number up to 3.4e38");
+        return static_cast<float>(m_value.get<double>());
     }
     std::string text() const
     {
@@ -154,7 +183,7 @@ private:
     Node child(const std::string& key) const
     {
         static const json absent;
-        return Node(absent, childPath(key));
+        return Node(absent, childPath(key), m_problems);
     }
     std::string shown() const
     {
@@ -172,26 +201,36 @@ private:
 
     const json& m_value;
     std::string m_path;
+    std::vector<std::string>& m_problems;
 };
 
-// Width, height and refresh, and the carried words the record has.
+// Width, height and refresh, and the carried words the record has. Only a
+// check may carry a zero: the component's refusal of it is what it tests.
 template <typename Record>
-Record readTiming(const Node& node, const std::vector<Word<Record>>& words)
+Record readTiming(const Node& node, const std::vector<Word<Record>>& words, bool zeroAllowed = false)
 {
     Keys allowed = {"width", "height", "refresh"};
     for (const auto& word : words)
         allowed.push_back(word.name);
     node.keys(allowed);
     Record timing;
-    timing.width = static_cast<std::int32_t>(node.need("width", "a width in pixels").integer(0, Int32Max));
-    timing.height = static_cast<std::int32_t>(node.need("height", "a height in lines").integer(0, Int32Max));
-    timing.refresh = static_cast<float>(node.need("refresh", "a frame rate in Hz").number());
+    const std::int64_t least = zeroAllowed ? 0 : 1;
+    tryReading([&] {
+        timing.width = static_cast<std::int32_t>(node.need("width", "a width in pixels").integer(least, Int32Max));
+    });
+    tryReading([&] {
+        timing.height = static_cast<std::int32_t>(node.need("height", "a height in lines").integer(least, Int32Max));
+    });
+    tryReading([&] { timing.refresh = node.need("refresh", "a frame rate in Hz").floatNumber(!zeroAllowed); });
     for (const auto& word : words) {
         if (node.has(word.name))
-            timing.*word.field = static_cast<std::uint32_t>(node.at(word.name).integer(0, Word32Max));
+            tryReading(
+                [&] { timing.*word.field = static_cast<std::uint32_t>(node.at(word.name).integer(0, Word32Max)); });
     }
     return timing;
 }
+
+void interfaceWords(const Node& words, s_InterfaceList& entry);
 
 template <typename Record>
 void copyResolution(const EdidTiming& from, Record& to)
@@ -226,6 +265,7 @@ private:
     void interface(const Node& node, Device& device, s_InterfaceList& entry, bool partial);
     std::vector<EdidTiming> edid(const Node& node);
     Expectation expectation(const Node& node) const;
+    void readAction(const Node& node, Device& device, Step& step);
     const EdidTiming& edidChoice(const Node& node, const Device& device) const;
 
     fs::path m_base;
@@ -305,12 +345,14 @@ std::vector<EdidTiming> Reader::edid(const Node& node)
 void Reader::interface(const Node& node, Device& device, s_InterfaceList& entry, bool partial)
 {
     node.keys({"id", "slot", "connector", "type", "status", "usedByScreen", "thumb", "detail", "edid", "words"});
-    node.read("slot", entry.slotId);
-    node.read("connector", entry.connectorId);
-    node.read("type", entry.stAuxiliaryInfo.interfaceType);
-    node.read("status", entry.stAuxiliaryInfo.interfaceStatus);
+    tryReading([&] { node.read("slot", entry.slotId); });
+    tryReading([&] { node.read("connector", entry.connectorId); });
+    tryReading([&] { node.read("type", entry.stAuxiliaryInfo.interfaceType); });
+    tryReading([&] { node.read("status", entry.stAuxiliaryInfo.interfaceStatus); });
     if (node.has("usedByScreen"))
-        entry.stAuxiliaryInfo.usedByScreen = node.at("usedByScreen").text();
+        tryReading([&] { entry.stAuxiliaryInfo.usedByScreen = node.at("usedByScreen").text(); });
+    if (node.has("words"))
+        tryReading([&] { interfaceWords(node.at("words"), entry); });
 
     if (node.has("edid")) {
         if (node.has("thumb") || node.has("detail"))
@@ -334,107 +376,118 @@ void Reader::interface(const Node& node, Device& device, s_InterfaceList& entry,
         }
         device.edid.erase(entry.interfaceId);
     }
+}
 
-    if (node.has("words")) {
-        const Node words = node.at("words");
-        words.keys({"ifWord92", "ifWord158", "checkParam0", "checkParam1"});
-        words.read("ifWord92", entry.ifWord92, 0, Word32Max);
-        words.read("ifWord158", entry.ifWord158, 0, Word32Max);
-        words.read("checkParam0", entry.checkParam0);
-        words.read("checkParam1", entry.checkParam1);
-    }
+void interfaceWords(const Node& words, s_InterfaceList& entry)
+{
+    words.keys({"ifWord92", "ifWord158", "checkParam0", "checkParam1"});
+    tryReading([&] { words.read("ifWord92", entry.ifWord92, 0, Word32Max); });
+    tryReading([&] { words.read("ifWord158", entry.ifWord158, 0, Word32Max); });
+    tryReading([&] { words.read("checkParam0", entry.checkParam0); });
+    tryReading([&] { words.read("checkParam1", entry.checkParam1); });
 }
 
 void Reader::device(const Node& node, Device& device, bool patch)
 {
     if (!patch) {
         for (const Node& item : node.need("interfaces", "a list of interfaces").items("a list of interfaces")) {
-            s_InterfaceList entry;
-            entry.stAuxiliaryInfo.usedByScreen.clear(); // not used by a screen unless the scenario says so
-            const Node id = item.need("id", "an interface id");
-            entry.interfaceId = id.int32();
-            if (!m_ids.insert(entry.interfaceId).second)
-                id.fail("interface " + std::to_string(entry.interfaceId) + " is defined twice");
-            interface(item, device, entry, false);
-            device.interfaces.push_back(entry);
+            tryReading([&] {
+                s_InterfaceList entry;
+                entry.stAuxiliaryInfo.usedByScreen.clear(); // not used by a screen unless the scenario says so
+                const Node id = item.need("id", "an interface id");
+                entry.interfaceId = id.int32();
+                if (!m_ids.insert(entry.interfaceId).second)
+                    id.fail("interface " + std::to_string(entry.interfaceId) + " is defined twice");
+                interface(item, device, entry, false);
+                device.interfaces.push_back(entry);
+            });
         }
     } else if (node.has("interfaces")) {
         for (const Node& item : node.at("interfaces").items("a list of interface changes")) {
-            const std::int32_t id = interfaceRef(item.need("id", "an interface id"));
-            for (s_InterfaceList& entry : device.interfaces) {
-                if (entry.interfaceId == id)
-                    interface(item, device, entry, true);
-            }
+            tryReading([&] {
+                const std::int32_t id = interfaceRef(item.need("id", "an interface id"));
+                for (s_InterfaceList& entry : device.interfaces) {
+                    if (entry.interfaceId == id)
+                        interface(item, device, entry, true);
+                }
+            });
         }
     }
 
     if (node.has("screens")) {
         device.screens.clear();
-        for (const Node& item : node.at("screens").items("a list of screens")) {
-            item.keys({"id", "index", "type", "outputs"});
-            Screen screen;
-            screen.info.screenId = static_cast<std::uint32_t>(item.need("id", "a screen id").integer(0, Word32Max));
-            screen.info.screenIndex = static_cast<std::uint32_t>(device.screens.size());
-            item.read("index", screen.info.screenIndex, 0, Word32Max);
-            item.read("type", screen.type);
-            for (const Node& output : item.need("outputs", "a list of interface ids").items("a list of interface ids"))
-                screen.info.stOutputDetailArry.emplace_back().interfaceId = interfaceRef(output);
-            device.screens.push_back(screen);
-        }
+        for (const Node& item : node.at("screens").items("a list of screens"))
+            tryReading([&] {
+                item.keys({"id", "index", "type", "outputs"});
+                Screen screen;
+                screen.info.screenId = static_cast<std::uint32_t>(item.need("id", "a screen id").integer(0, Word32Max));
+                screen.info.screenIndex = static_cast<std::uint32_t>(device.screens.size());
+                item.read("index", screen.info.screenIndex, 0, Word32Max);
+                item.read("type", screen.type);
+                for (const Node& output :
+                     item.need("outputs", "a list of interface ids").items("a list of interface ids"))
+                    screen.info.stOutputDetailArry.emplace_back().interfaceId = interfaceRef(output);
+                device.screens.push_back(screen);
+            });
     }
     if (node.has("subcards")) {
         device.subcards.clear();
-        for (const Node& item : node.at("subcards").items("a list of subcards")) {
-            item.keys({"slot", "subcard", "connectors"});
-            Subcard subcard;
-            subcard.info.slotId = item.need("slot", "a slot id").int32();
-            subcard.value = subcard.info.slotId;
-            item.read("subcard", subcard.value);
-            for (const Node& connector :
-                 item.need("connectors", "a list of connectors").items("a list of connectors")) {
-                connector.keys({"connector", "key", "tied"});
-                LCD::ProtoModel::Subcard::s_SubcardConnector record;
-                record.connectorId = connector.need("connector", "a connector number").int32();
-                record.connectorKey = connector.need("key", "the connector's key").int32();
-                if (connector.has("tied"))
-                    subcard.tied[record.connectorKey] = connector.at("tied").integers("a list of connector numbers");
-                subcard.info.stConnectorArry.push_back(record);
-            }
-            device.subcards.push_back(subcard);
-        }
+        for (const Node& item : node.at("subcards").items("a list of subcards"))
+            tryReading([&] {
+                item.keys({"slot", "subcard", "connectors"});
+                Subcard subcard;
+                subcard.info.slotId = item.need("slot", "a slot id").int32();
+                subcard.value = subcard.info.slotId;
+                item.read("subcard", subcard.value);
+                for (const Node& connector :
+                     item.need("connectors", "a list of connectors").items("a list of connectors")) {
+                    connector.keys({"connector", "key", "tied"});
+                    LCD::ProtoModel::Subcard::s_SubcardConnector record;
+                    record.connectorId = connector.need("connector", "a connector number").int32();
+                    record.connectorKey = connector.need("key", "the connector's key").int32();
+                    if (connector.has("tied"))
+                        subcard.tied[record.connectorKey] =
+                            connector.at("tied").integers("a list of connector numbers");
+                    subcard.info.stConnectorArry.push_back(record);
+                }
+                device.subcards.push_back(subcard);
+            });
     }
-    node.readNullable("selectedInterface", device.selectedInterface, Int32Min, Int32Max);
-    node.readNullable("deviceParam", device.deviceParam, Int32Min, Int32Max);
-    node.readNullable("thumbCommitAnswer", device.thumbCommitAnswer, 0, 255);
+    tryReading([&] { node.readNullable("selectedInterface", device.selectedInterface, Int32Min, Int32Max); });
+    tryReading([&] { node.readNullable("deviceParam", device.deviceParam, Int32Min, Int32Max); });
+    tryReading([&] { node.readNullable("thumbCommitAnswer", device.thumbCommitAnswer, 0, 255); });
     if (node.has("verdicts")) {
         device.verdicts.clear();
-        for (const Node& item : node.at("verdicts").items("a list of verdicts")) {
-            item.keys(
-                {"interface", "bandwidthLimit", "bandwidthNeeded", "overBandwidth", "maxFrameRate", "frameRates"});
-            s_TimigCheckResult verdict;
-            verdict.interfaceId = interfaceRef(item.need("interface", "an interface id"));
-            item.read("bandwidthLimit", verdict.bandwidthLimit, 0);
-            item.read("bandwidthNeeded", verdict.bandwidthNeeded, 0);
-            if (item.has("overBandwidth"))
-                verdict.overBandwidth = item.at("overBandwidth").boolean() ? 1 : 0;
-            item.read("maxFrameRate", verdict.maxFrameRate, 0);
-            if (item.has("frameRates"))
-                verdict.frameRates = item.at("frameRates").integers("a list of frame rates in hundredths of a Hz", 0);
-            device.verdicts.push_back(verdict);
-        }
+        for (const Node& item : node.at("verdicts").items("a list of verdicts"))
+            tryReading([&] {
+                item.keys(
+                    {"interface", "bandwidthLimit", "bandwidthNeeded", "overBandwidth", "maxFrameRate", "frameRates"});
+                s_TimigCheckResult verdict;
+                verdict.interfaceId = interfaceRef(item.need("interface", "an interface id"));
+                item.read("bandwidthLimit", verdict.bandwidthLimit, 0);
+                item.read("bandwidthNeeded", verdict.bandwidthNeeded, 0);
+                if (item.has("overBandwidth"))
+                    verdict.overBandwidth = item.at("overBandwidth").boolean() ? 1 : 0;
+                item.read("maxFrameRate", verdict.maxFrameRate, 0);
+                if (item.has("frameRates"))
+                    verdict.frameRates =
+                        item.at("frameRates").integers("a list of frame rates in hundredths of a Hz", 0);
+                device.verdicts.push_back(verdict);
+            });
     }
     if (node.has("assessments")) {
         device.assessments.clear();
-        for (const Node& item : node.at("assessments").items("a list of assessment answers")) {
-            item.keys({"answer", "codes"});
-            Assessment assessment;
-            item.readNullable("answer", assessment.answer, 0, 255);
-            if (item.has("codes")) {
-                for (std::int32_t code : item.at("codes").integers("a list of assessment codes"))
-                    assessment.results.push_back({0, code});
-            }
-            device.assessments.push_back(assessment);
-        }
+        for (const Node& item : node.at("assessments").items("a list of assessment answers"))
+            tryReading([&] {
+                item.keys({"answer", "codes"});
+                Assessment assessment;
+                item.readNullable("answer", assessment.answer, 0, 255);
+                if (item.has("codes")) {
+                    for (std::int32_t code : item.at("codes").integers("a list of assessment codes"))
+                        assessment.results.push_back({0, code});
+                }
+                device.assessments.push_back(assessment);
+            });
     }
 }
 
@@ -454,6 +507,41 @@ const EdidTiming& Reader::edidChoice(const Node& node, const Device& device) con
     return chosen;
 }
 
+// The fields the simulator traces for a configuration service's call.
+Fields callShape(const std::string& call)
+{
+    if (call == "subcardOfSlot")
+        return {{"slot", 0}, {"answer", 0}};
+    return {{"subcard", 0}, {"key", 0}, {"deviceParam", 0}, {"answer", Fields::array()}};
+}
+
+// Keys the message's trace never shows can never match: refused, at every
+// depth. A null shape takes anything; a list's shape is its elements'.
+void fitShape(const Node& node, const Fields& shape, const std::string& name)
+{
+    if (shape.is_object()) {
+        if (!node.value().is_object())
+            node.expected("an object (as the trace shows " + name + ")");
+        Keys allowed;
+        for (const auto& item : shape.items())
+            allowed.push_back(item.key());
+        node.keys(allowed, " of " + name);
+        for (const auto& item : shape.items()) {
+            if (node.has(item.key().c_str()))
+                tryReading([&] { fitShape(node.at(item.key()), item.value(), name); });
+        }
+    } else if (shape.is_array()) {
+        if (!node.value().is_array())
+            node.expected("a list (as the trace shows " + name + ")");
+        if (!shape.empty()) {
+            for (const Node& item : node.items("a list"))
+                tryReading([&] { fitShape(item, shape.front(), name); });
+        }
+    } else if (!shape.is_null() && (node.value().is_object() || node.value().is_array())) {
+        node.expected("a single value (as the trace shows " + name + ")");
+    }
+}
+
 Expectation Reader::expectation(const Node& node) const
 {
     Expectation expectation;
@@ -470,8 +558,16 @@ Expectation Reader::expectation(const Node& node) const
     }
     const Node ident = object ? node.at(node.has("number") ? "number" : "name") : node;
     const std::string text = ident.text();
+    // The message's own keys, and "number" or "name", which named it.
+    const auto checkFields = [&](Fields shape, const std::string& name) {
+        if (!object)
+            return;
+        shape[node.has("number") ? "number" : "name"] = nullptr;
+        fitShape(node, shape, name);
+    };
     if (text == "subcardOfSlot" || text == "relatedConnectors") {
         expectation.call = text;
+        checkFields(callShape(text), text);
         return expectation;
     }
     const MessageInfo* info = nullptr;
@@ -488,6 +584,7 @@ Expectation Reader::expectation(const Node& node) const
                    "\"; expected a name or number of the message table (edidsim --messages-markdown), "
                    "subcardOfSlot or relatedConnectors");
     expectation.number = info->number;
+    checkFields(expectableFields(*info), info->name);
     return expectation;
 }
 
@@ -583,8 +680,24 @@ Step Reader::step(const Node& node, Device& device)
     step.name = name;
     step.number = kind->number;
     if (node.has("note"))
-        step.note = node.at("note").text();
+        tryReading([&] { step.note = node.at("note").text(); });
 
+    tryReading([&] { readAction(node, device, step); });
+    if (node.has("expect")) {
+        step.expect.emplace();
+        for (const Node& item : node.at("expect").items("a list of expected messages"))
+            tryReading([&] { step.expect->push_back(expectation(item)); });
+    }
+    if (node.has("warnings")) {
+        step.warnings.emplace();
+        for (const Node& item : node.at("warnings").items("a list of warning texts"))
+            tryReading([&] { step.warnings->push_back(item.text()); });
+    }
+    return step;
+}
+
+void Reader::readAction(const Node& node, Device& device, Step& step)
+{
     switch (step.action) {
     case Action::Current:
     case Action::Sdi:
@@ -592,16 +705,17 @@ Step Reader::step(const Node& node, Device& device)
         break;
     case Action::ThumbCheck:
     case Action::DetailCheck:
-        for (const Node& item : node.need("checks", "a list of checks").items("a list of checks")) {
-            item.keys({"timing", "tag"});
-            std::int32_t tag = 0;
-            item.read("tag", tag);
-            const Node timing = item.need("timing", "a timing");
-            if (step.action == Action::ThumbCheck)
-                step.thumbChecks.push_back({0, tag, readTiming(timing, ThumbWords), 0, 0});
-            else
-                step.detailChecks.push_back({0, tag, readTiming(timing, DetailWords), 0, 0});
-        }
+        for (const Node& item : node.need("checks", "a list of checks").items("a list of checks"))
+            tryReading([&] {
+                item.keys({"timing", "tag"});
+                std::int32_t tag = 0;
+                item.read("tag", tag);
+                const Node timing = item.need("timing", "a timing");
+                if (step.action == Action::ThumbCheck)
+                    step.thumbChecks.push_back({0, tag, readTiming(timing, ThumbWords, true), 0, 0});
+                else
+                    step.detailChecks.push_back({0, tag, readTiming(timing, DetailWords, true), 0, 0});
+            });
         break;
     case Action::ChooseThumb:
     case Action::ChooseReference: {
@@ -625,17 +739,18 @@ Step Reader::step(const Node& node, Device& device)
         break;
     case Action::ChangedThumb:
     case Action::ChangedReference:
-        for (const Node& item : node.need("timings", "a list of timings").items("a list of timings")) {
-            item.keys({"interface", "timing", "tailParam0"});
-            const std::int32_t id = interfaceRef(item.need("interface", "an interface id"));
-            const Node timing = item.need("timing", "a timing");
-            std::uint32_t tail = 0;
-            item.read("tailParam0", tail, 0, Word32Max);
-            if (step.action == Action::ChangedThumb)
-                step.thumbTimings.push_back({id, readTiming(timing, ThumbWords), tail, 0});
-            else
-                step.referenceTimings.push_back({id, readTiming(timing, DetailWords), tail, 0});
-        }
+        for (const Node& item : node.need("timings", "a list of timings").items("a list of timings"))
+            tryReading([&] {
+                item.keys({"interface", "timing", "tailParam0"});
+                const std::int32_t id = interfaceRef(item.need("interface", "an interface id"));
+                const Node timing = item.need("timing", "a timing");
+                std::uint32_t tail = 0;
+                item.read("tailParam0", tail, 0, Word32Max);
+                if (step.action == Action::ChangedThumb)
+                    step.thumbTimings.push_back({id, readTiming(timing, ThumbWords), tail, 0});
+                else
+                    step.referenceTimings.push_back({id, readTiming(timing, DetailWords), tail, 0});
+            });
         break;
     case Action::InUse:
         if (node.has("trigger")) {
@@ -655,18 +770,6 @@ Step Reader::step(const Node& node, Device& device)
     default:
         break;
     }
-
-    if (node.has("expect")) {
-        step.expect.emplace();
-        for (const Node& item : node.at("expect").items("a list of expected messages"))
-            step.expect->push_back(expectation(item));
-    }
-    if (node.has("warnings")) {
-        step.warnings.emplace();
-        for (const Node& item : node.at("warnings").items("a list of warning texts"))
-            step.warnings->push_back(item.text());
-    }
-    return step;
 }
 
 } // namespace
@@ -692,25 +795,32 @@ Scenario loadScenario(const std::string& file)
 
     Scenario scenario;
     scenario.file = file;
-    try {
+    std::vector<std::string> problems;
+    tryReading([&] {
         Reader reader(fs::path(file).parent_path(), scenario.notes);
-        const Node top(root, "");
+        const Node top(root, "", problems);
         top.keys({"name", "description", "host", "device", "steps"});
         if (top.has("name"))
-            scenario.name = top.at("name").text();
+            tryReading([&] { scenario.name = top.at("name").text(); });
         if (top.has("description"))
-            scenario.description = top.at("description").text();
-        const Node device = top.need("device", "the device's state");
-        device.keys(DeviceKeys);
-        reader.device(device, scenario.device, false);
+            tryReading([&] { scenario.description = top.at("description").text(); });
+        tryReading([&] {
+            const Node device = top.need("device", "the device's state");
+            device.keys(DeviceKeys);
+            reader.device(device, scenario.device, false);
+        });
         if (top.has("host"))
-            reader.hostBehaviour(top.at("host"), scenario.host);
+            tryReading([&] { reader.hostBehaviour(top.at("host"), scenario.host); });
 
         Device current = scenario.device;
         for (const Node& item : top.need("steps", "a list of steps").items("a list of steps"))
-            scenario.steps.push_back(reader.step(item, current));
-    } catch (const ScenarioError& error) {
-        throw ScenarioError(file + ": " + error.what());
+            tryReading([&] { scenario.steps.push_back(reader.step(item, current)); });
+    });
+    if (!problems.empty()) {
+        std::string text;
+        for (const std::string& problem : problems)
+            text += (text.empty() ? "" : "\n") + file + ": " + problem;
+        throw ScenarioError(text);
     }
     return scenario;
 }

@@ -19,7 +19,8 @@
 namespace edidvm {
 namespace sim {
 
-// "FILE: /json/path: what was expected" (or the parser's line and column).
+// "FILE: /json/path: what was expected" (or the parser's line and column),
+// one line for each problem of the file.
 class ScenarioError : public std::runtime_error
 {
 public:

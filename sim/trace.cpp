@@ -116,6 +116,14 @@ void Trace::failure(const std::string& text, const Fields& record)
     line(Red, "!! " + text, record);
 }
 
+void Trace::difference(char mark, const std::string& text, const Fields& record)
+{
+    if (m_json && record.is_null())
+        return;
+    const char* colour = mark == '-' ? Red : mark == '+' ? Green : mark == '!' ? Yellow : nullptr;
+    line(colour, std::string("   ") + mark + " " + text, record);
+}
+
 std::vector<Entry> Trace::takeOutputs()
 {
     std::vector<Entry> taken;

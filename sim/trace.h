@@ -41,6 +41,9 @@ public:
     void warning(const Warning& warning);
     void note(const std::string& text);
     void failure(const std::string& text, const Fields& record);
+    // A line of a failure's comparison, marked as diff marks it; a null
+    // record is shown as text only (context).
+    void difference(char mark, const std::string& text, const Fields& record);
 
     // What the component put out and logged since the last call.
     std::vector<Entry> takeOutputs();

@@ -4,6 +4,7 @@
 #   ARGS      its arguments, separated by |
 #   CODE      the exit code it must end with
 #   CONTAINS  texts its output (stdout and stderr) must hold, separated by |
+#   LACKS     texts its output must not hold, separated by |
 #   EQUALS    a file its standard output must equal
 #   JSON_LINES  ON: every line of standard output must be a JSON object with
 #             one of the trace's record keys
@@ -23,6 +24,15 @@ if(DEFINED CONTAINS)
     string(FIND "${out}${err}" "${text}" at)
     if(at EQUAL -1)
       message(FATAL_ERROR "the output lacks:\n${text}\n--- stdout\n${out}--- stderr\n${err}")
+    endif()
+  endforeach()
+endif()
+if(DEFINED LACKS)
+  string(REPLACE "|" ";" texts "${LACKS}")
+  foreach(text IN LISTS texts)
+    string(FIND "${out}${err}" "${text}" at)
+    if(NOT at EQUAL -1)
+      message(FATAL_ERROR "the output holds:\n${text}\n--- stdout\n${out}--- stderr\n${err}")
     endif()
   endforeach()
 endif()
@@ -51,7 +61,7 @@ if(JSON_LINES)
       message(FATAL_ERROR "not a JSON object: ${line}\n${error}")
     endif()
     set(known FALSE)
-    foreach(key dir warning note step scenario mismatch)
+    foreach(key dir warning note step scenario mismatch plugin summary)
       string(JSON value ERROR_VARIABLE missing GET "${line}" ${key})
       if(NOT missing)
         set(known TRUE)
