@@ -1,8 +1,8 @@
 // libFuzzer target: the input is a scenario's JSON text, read and checked by
 // the simulator's reader as edidsim reads a file; it is not played (the view
 // model has its own harness). The reader must return a scenario whose
-// references hold, or refuse with a ScenarioError naming the file; any other
-// exception would end edidsim uncaught.
+// references hold, or refuse with a ScenarioError naming the file on each of
+// its lines; any other exception would end edidsim uncaught.
 //
 // The reader takes a path, so each input is written to a file in a private
 // folder that also holds links to the repository's EDID files, as the
@@ -10,6 +10,7 @@
 
 #include "sim/scenario.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -123,9 +124,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         checkReferences(loadScenario(g_file));
     } catch (const ScenarioError& error) {
+        // One line for each problem, each naming the file.
         const std::string what = error.what();
-        if (what.rfind(g_file + ": ", 0) != 0 || what.size() == g_file.size() + 2)
-            fail("an error that does not name the file and what is wrong: " + what);
+        std::size_t start = 0;
+        do {
+            const std::size_t end = std::min(what.find('\n', start), what.size());
+            const std::string line = what.substr(start, end - start);
+            if (line.rfind(g_file + ": ", 0) != 0 || line.size() == g_file.size() + 2)
+                fail("an error that does not name the file and what is wrong: " + line);
+            start = end + 1;
+        } while (start < what.size());
     }
     return 0;
 }
