@@ -12,8 +12,10 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -23,6 +25,9 @@
 #endif
 #ifndef EDIDVM_DEFAULT_SCENARIO
 #define EDIDVM_DEFAULT_SCENARIO "scenarios/default.json"
+#endif
+#ifndef EDIDVM_VERSION
+#define EDIDVM_VERSION "unknown"
 #endif
 #ifndef EDIDVM_INSTALLED_PLUGIN
 #define EDIDVM_INSTALLED_PLUGIN EDIDVM_DEFAULT_PLUGIN
@@ -43,6 +48,30 @@ std::string firstReadable(const char* built, const char* installed)
     return access(built, R_OK) == 0 ? built : installed;
 }
 
+// A refused file's problems, one a line.
+void printProblems(const std::string& problems)
+{
+    std::size_t start = 0;
+    while (start < problems.size()) {
+        const std::size_t end = std::min(problems.find('\n', start), problems.size());
+        std::fprintf(stderr, "edidsim: %s\n", problems.substr(start, end - start).c_str());
+        start = end + 1;
+    }
+}
+
+// "3 scenarios: 2 passed, 1 failed (bug.json)"
+void traceSummary(edidvm::sim::Trace& trace, std::size_t count, const std::vector<std::string>& failed)
+{
+    std::string names;
+    for (const std::string& file : failed)
+        names += (names.empty() ? "" : ", ") + std::filesystem::path(file).filename().string();
+    const std::size_t passed = count - failed.size();
+    trace.heading(
+        std::to_string(count) + " scenarios: " + std::to_string(passed) + " passed, " + std::to_string(failed.size()) +
+            " failed" + (names.empty() ? "" : " (" + names + ")"),
+        {{"summary", {{"scenarios", count}, {"passed", passed}, {"failed", failed.size()}, {"failedFiles", failed}}}});
+}
+
 // The library logs through Qt: its warnings go in line into the trace.
 void logToTrace(QtMsgType, const QMessageLogContext& context, const QString& text)
 {
@@ -58,22 +87,23 @@ int main(int argc, char** argv)
                  "the page sends the steps, and every message crossing the component's boundary is traced.",
                  "edidsim");
     std::string plugin = firstReadable(EDIDVM_DEFAULT_PLUGIN, EDIDVM_INSTALLED_PLUGIN);
-    std::string file = firstReadable(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO);
+    std::vector<std::string> files = {firstReadable(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO)};
     bool json = false;
     bool markdown = false;
     std::string variation;
     std::vector<std::string> variations;
     for (edidvm::host::Variation known : edidvm::host::allVariations())
         variations.push_back(edidvm::host::variationName(known));
-    app.add_option("scenario", file, "scenario file (JSON)")->capture_default_str();
+    app.add_option("scenario", files, "scenario files (JSON), played in order")->capture_default_str();
     app.add_option("--plugin", plugin, "the plug-in library to load")->capture_default_str();
     app.add_flag("--json", json, "print the trace as JSON Lines");
     app.add_option("--host-variation", variation,
                    "how the host behaves within the contract; overrides the scenario's \"host\" variation")
         ->check(CLI::IsMember(variations));
     app.add_flag("--messages-markdown", markdown, "print the message reference (docs/messages.md) and exit");
-    app.footer("Exit status: 0 every expectation met, 1 an expectation not met, 2 a bad scenario or command line, "
-               "3 a plug-in that does not load.");
+    app.set_version_flag("--version", std::string("edidsim ") + EDIDVM_VERSION);
+    app.footer("Exit status, the worst of all scenarios: 0 every expectation met, 1 an expectation not met, 2 a bad "
+               "scenario or command line (every file is checked before any runs), 3 a plug-in that does not load.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -85,39 +115,51 @@ int main(int argc, char** argv)
         return Passed;
     }
 
-    // Checked whole before anything runs.
-    edidvm::sim::Scenario scenario;
-    try {
-        scenario = edidvm::sim::loadScenario(file);
-        if (!variation.empty())
-            scenario.host.variation = variation;
-    } catch (const edidvm::sim::ScenarioError& error) {
-        std::fprintf(stderr, "edidsim: %s\n", error.what());
-        return BadInput;
+    // Every file is checked whole before anything runs.
+    std::vector<edidvm::sim::Scenario> scenarios;
+    bool refused = false;
+    for (const std::string& file : files) {
+        try {
+            scenarios.push_back(edidvm::sim::loadScenario(file));
+            if (!variation.empty())
+                scenarios.back().host.variation = variation;
+        } catch (const edidvm::sim::ScenarioError& error) {
+            printProblems(error.what());
+            refused = true;
+        }
     }
+    if (refused)
+        return BadInput;
 
     const bool colour = !json && isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
     edidvm::sim::Trace trace(stdout, json, colour);
     g_trace = &trace;
     const QtMessageHandler previous = qInstallMessageHandler(logToTrace);
 
-    int failed = 0;
-    {
-        edidvm::host::Host host;
-        if (!host.load(plugin)) {
-            qInstallMessageHandler(previous);
-            std::fprintf(stderr, "edidsim: %s\n", host.error().c_str());
-            return PluginNotLoaded;
+    // Each scenario on a freshly loaded plug-in, as the device starts it.
+    std::vector<std::string> failedFiles;
+    for (const edidvm::sim::Scenario& scenario : scenarios) {
+        int failed = 0;
+        {
+            edidvm::host::Host host;
+            if (!host.load(plugin)) {
+                qInstallMessageHandler(previous);
+                std::fprintf(stderr, "edidsim: %s\n", host.error().c_str());
+                return PluginNotLoaded;
+            }
+            edidvm::sim::Player player(host, scenario, trace);
+            failed = player.run();
         }
-        edidvm::sim::Player player(host, scenario, trace);
-        failed = player.run();
+        if (failed != 0) {
+            std::fprintf(stderr, "edidsim: %s: %d step(s) did not meet their expectations\n", scenario.file.c_str(),
+                         failed);
+            failedFiles.push_back(scenario.file);
+        }
     }
     qInstallMessageHandler(previous);
     g_trace = nullptr;
 
-    if (failed != 0) {
-        std::fprintf(stderr, "edidsim: %s: %d step(s) did not meet their expectations\n", file.c_str(), failed);
-        return ExpectationsNotMet;
-    }
-    return Passed;
+    if (scenarios.size() > 1)
+        traceSummary(trace, scenarios.size(), failedFiles);
+    return failedFiles.empty() ? Passed : ExpectationsNotMet;
 }
