@@ -18,10 +18,12 @@ if(TARGET edidsim)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/scenarios/ DESTINATION share/edidsim/scenarios COMPONENT simulator)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/messages.md ${PROJECT_SOURCE_DIR}/docs/scenarios.md
           DESTINATION share/doc/edidsim COMPONENT simulator)
-  # Installed, the simulator finds the installed library and scenarios.
+  # Installed, the simulator finds the library and scenarios installed beside
+  # it, relative to its own directory, wherever the tree is unpacked.
+  file(RELATIVE_PATH installed_plugin /bin /${EDIDVM_LIBDIR}/liboutputedidviewmodel.so)
   target_compile_definitions(edidsim PRIVATE
-    EDIDVM_INSTALLED_PLUGIN="/usr/${EDIDVM_LIBDIR}/liboutputedidviewmodel.so"
-    EDIDVM_INSTALLED_SCENARIO="/usr/share/edidsim/scenarios/default.json")
+    EDIDVM_INSTALLED_PLUGIN="${installed_plugin}"
+    EDIDVM_INSTALLED_SCENARIO="../share/edidsim/scenarios/default.json")
   list(APPEND components simulator)
 endif()
 

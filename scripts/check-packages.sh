@@ -2,7 +2,8 @@
 # Makes the Debian packages in the given build directories (cpack) and checks
 # what they hold: the plug-in package ships the library for its architecture
 # and its translation, nothing else, and depends on Qt Core; the simulator
-# package ships the program and its scenarios.
+# package ships the program and its scenarios, and the program unpacked with
+# the plug-in plays its default scenario against the unpacked library.
 # Usage: scripts/check-packages.sh BUILD_DIR:ARCH [BUILD_DIR:ARCH ...]
 set -euo pipefail
 
@@ -46,6 +47,25 @@ $expected"
     grep -qx './usr/share/edidsim/scenarios/default.json' <<<"$listing" || fail "$simulator: no default scenario"
     dpkg-deb -f "$simulator" Depends | grep -q 'liboutputedidviewmodel (= 0.1.0)' \
       || fail "$simulator: does not depend on the plug-in package"
-    echo "packages: $(basename "$simulator") holds the simulator and its scenarios"
+    [ "$(dpkg-deb -f "$simulator" Architecture)" = "$arch" ] || fail "$simulator: architecture is not $arch"
+    unpacked=$(mktemp -d)
+    dpkg-deb -x "$plugin" "$unpacked"
+    dpkg-deb -x "$simulator" "$unpacked"
+    run=()
+    [ "$arch" = arm64 ] && [ "$(uname -m)" != aarch64 ] && run=(qemu-aarch64 -L /)
+    # A broken unpacked library must fail to load: proof that the program
+    # took the one beside it, not a build tree's.
+    played=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) \
+      || { rm -rf "$unpacked"; fail "$simulator: the unpacked program fails:
+$played"; }
+    echo 'not a library' >"$unpacked/usr/lib/$triplet/liboutputedidviewmodel.so"
+    status=0
+    broken=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) || status=$?
+    rm -rf "$unpacked"
+    grep -q '== scenario default.json' <<<"$played" || fail "$simulator: the default scenario was not played"
+    [ "$status" = 3 ] && grep -q "/usr/lib/$triplet/liboutputedidviewmodel.so: cannot be loaded" <<<"$broken" \
+      || fail "$simulator: the unpacked program does not load the unpacked library:
+$broken"
+    echo "packages: $(basename "$simulator") holds the simulator and its scenarios, and plays them unpacked"
   fi
 done

@@ -70,6 +70,52 @@ host::Responder answerQuery(host::Host& host, std::uint32_t number,
     };
 }
 
+// The list a vector-object payload points at, read during the send.
+template <typename T>
+const std::vector<T>* vectorIn(const kpf::IMessage& message)
+{
+    const void* data = message.size() == static_cast<int>(sizeof(std::vector<T>)) ? message.data() : nullptr;
+    return static_cast<const std::vector<T>*>(data);
+}
+
+template <typename T>
+bool sameBytes(const T& a, const T& b)
+{
+    return std::memcmp(&a, &b, sizeof(T)) == 0;
+}
+
+s_InterfaceList* findById(std::vector<s_InterfaceList>& interfaces, std::int32_t id)
+{
+    for (s_InterfaceList& entry : interfaces) {
+        if (entry.interfaceId == id)
+            return &entry;
+    }
+    return nullptr;
+}
+
+// Where a write lands in the interface's record, and how the trace names it.
+void store(s_InterfaceList& entry, const s_InterfaceThumbTiming& choice)
+{
+    entry.stThumbTiming = choice.stThumbTiming;
+}
+
+void store(s_InterfaceList& entry, const s_InterfacePresetTiming& choice)
+{
+    entry.stTimingDetail = choice.stTimingDetail;
+}
+
+std::string describe(const s_InterfaceThumbTiming& choice)
+{
+    const auto& t = choice.stThumbTiming;
+    return "thumb timing " + timingText(t.width, t.height, t.refresh);
+}
+
+std::string describe(const s_InterfacePresetTiming& choice)
+{
+    const auto& t = choice.stTimingDetail;
+    return "reference timing " + timingText(t.width, t.height, t.refresh);
+}
+
 // A filter key absent from the parameters lets every entry through.
 bool passes(const Parameters& params, const char* key, std::int32_t value)
 {
@@ -86,8 +132,38 @@ SimulatedDevice::SimulatedDevice(host::Host& host, Trace& trace) : m_host(host),
 
 void SimulatedDevice::setState(const Device& state)
 {
-    m_state = state;
+    Device next = state;
+    for (s_InterfaceList& entry : next.interfaces) {
+        s_InterfaceList* declared = findById(m_declared.interfaces, entry.interfaceId);
+        s_InterfaceList* reported = findById(m_state.interfaces, entry.interfaceId);
+        if (declared == nullptr || reported == nullptr)
+            continue;
+        if (sameBytes(declared->stThumbTiming, entry.stThumbTiming))
+            entry.stThumbTiming = reported->stThumbTiming;
+        if (sameBytes(declared->stTimingDetail, entry.stTimingDetail))
+            entry.stTimingDetail = reported->stTimingDetail;
+    }
+    m_declared = state;
+    m_state = std::move(next);
     m_assessments = 0;
+}
+
+template <typename Choice>
+void SimulatedDevice::applyWrite(const std::vector<Choice>& written, bool taken, const std::string& refusal)
+{
+    if (!taken) {
+        m_trace.note("device: the write is not applied (" + refusal + ")");
+        return;
+    }
+    for (const Choice& choice : written) {
+        s_InterfaceList* entry = findById(m_state.interfaces, choice.interfaceId);
+        if (entry == nullptr) {
+            m_trace.note("device: no interface " + std::to_string(choice.interfaceId) + " to write");
+            continue;
+        }
+        store(*entry, choice);
+        m_trace.note("device: interface " + std::to_string(choice.interfaceId) + " now has " + describe(choice));
+    }
 }
 
 void SimulatedDevice::reply(std::uint32_t number, int length, Fields fields)
@@ -168,9 +244,25 @@ void SimulatedDevice::installQueries()
     commands.setResponder(0xFC000004u, [this, answerWith](const kpf::IMessage&) {
         return answerWith(0xFC000004u, "deviceParam", m_state.deviceParam);
     });
-    commands.setResponder(0xFC051008u, [this, answerWith](const kpf::IMessage&) {
-        return answerWith(0xFC051008u, "answer", m_state.thumbCommitAnswer);
+    // Answer 0 means written; a non-zero answer or none leaves the device
+    // as it was.
+    commands.setResponder(0xFC051008u, [this, answerWith](const kpf::IMessage& command) {
+        std::optional<Bytes> answer = answerWith(0xFC051008u, "answer", m_state.thumbCommitAnswer);
+        if (const auto* written = vectorIn<s_InterfaceThumbTiming>(command)) {
+            const std::optional<std::uint8_t> byte = m_state.thumbCommitAnswer;
+            const bool taken = byte && *byte == 0 && m_state.writesApply;
+            applyWrite(*written, taken,
+                       !byte ? "no answer" : *byte != 0 ? "answer " + std::to_string(*byte) : "writesApply is false");
+        }
+        return answer;
     });
+    // A reference write has no answer: only the scenario can refuse it.
+    m_host.events().addListener(
+        [this](const kpf::IMessage& event) {
+            if (const auto* written = vectorIn<s_InterfacePresetTiming>(event))
+                applyWrite(*written, m_state.writesApply, "writesApply is false");
+        },
+        0xFC051009u);
 }
 
 void SimulatedDevice::installServices()

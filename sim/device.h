@@ -3,7 +3,9 @@
 // The other components of the device, played from a scenario's device state:
 // they answer the component's queries (filling the envelope in place during
 // the command, honouring the "interfaceId" and "screenType" filters) and the
-// two configuration services' calls, and trace each answer.
+// two configuration services' calls, and trace each answer. A write the
+// device takes (a thumb write answered 0, any reference write) changes the
+// written interfaces' timings in what it answers from then on.
 
 #include "host/host.h"
 #include "sim/scenario.h"
@@ -21,6 +23,8 @@ public:
     SimulatedDevice& operator=(const SimulatedDevice&) = delete;
 
     // Replaces what the device answers from now on; assessments start over.
+    // An interface timing that the new state leaves as the previous state
+    // declared it keeps what was written since.
     void setState(const Device& state);
     const Device& state() const { return m_state; }
 
@@ -28,10 +32,14 @@ private:
     void reply(std::uint32_t number, int length, Fields fields);
     void installQueries();
     void installServices();
+    // Applies a written list, or says why not; returns what the trace shows.
+    template <typename Choice>
+    void applyWrite(const std::vector<Choice>& written, bool taken, const std::string& refusal);
 
     host::Host& m_host;
     Trace& m_trace;
     Device m_state;
+    Device m_declared; // as the scenario last set it, before any write
     std::size_t m_assessments = 0;
 };
 

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -29,11 +30,15 @@
 #ifndef EDIDVM_VERSION
 #define EDIDVM_VERSION "unknown"
 #endif
+#ifndef EDIDVM_BUILD_DIR
+#define EDIDVM_BUILD_DIR "."
+#endif
+// Relative to the installed program's directory.
 #ifndef EDIDVM_INSTALLED_PLUGIN
-#define EDIDVM_INSTALLED_PLUGIN EDIDVM_DEFAULT_PLUGIN
+#define EDIDVM_INSTALLED_PLUGIN "../lib/liboutputedidviewmodel.so"
 #endif
 #ifndef EDIDVM_INSTALLED_SCENARIO
-#define EDIDVM_INSTALLED_SCENARIO EDIDVM_DEFAULT_SCENARIO
+#define EDIDVM_INSTALLED_SCENARIO "../share/edidsim/scenarios/default.json"
 #endif
 
 namespace {
@@ -42,10 +47,19 @@ enum ExitCode { Passed = 0, ExpectationsNotMet = 1, BadInput = 2, PluginNotLoade
 
 edidvm::sim::Trace* g_trace = nullptr;
 
-// The build tree's file when run from there, the installed one otherwise.
-std::string firstReadable(const char* built, const char* installed)
+// The build tree's file when this is the program that build tree made;
+// otherwise the installed one, found from where the program runs, so build
+// trees elsewhere on the machine are never used.
+std::string ownFile(const char* built, const char* installedFromBin)
 {
-    return access(built, R_OK) == 0 ? built : installed;
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error)
+        return built;
+    const std::filesystem::path dir = program.parent_path();
+    if (std::filesystem::equivalent(dir, EDIDVM_BUILD_DIR, error))
+        return built;
+    return (dir / installedFromBin).lexically_normal().string();
 }
 
 // A refused file's problems, one a line.
@@ -86,8 +100,8 @@ int main(int argc, char** argv)
     CLI::App app("Plays a scenario against the output EDID view model: the simulated device answers its queries, "
                  "the page sends the steps, and every message crossing the component's boundary is traced.",
                  "edidsim");
-    std::string plugin = firstReadable(EDIDVM_DEFAULT_PLUGIN, EDIDVM_INSTALLED_PLUGIN);
-    std::vector<std::string> files = {firstReadable(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO)};
+    std::string plugin = ownFile(EDIDVM_DEFAULT_PLUGIN, EDIDVM_INSTALLED_PLUGIN);
+    std::vector<std::string> files = {ownFile(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO)};
     bool json = false;
     bool markdown = false;
     std::string variation;

@@ -31,7 +31,7 @@ constexpr std::int64_t Word32Max = std::numeric_limits<std::uint32_t>::max();
 using Keys = std::vector<std::string>;
 
 const Keys DeviceKeys = {"interfaces",  "screens",  "subcards",    "selectedInterface",
-                         "deviceParam", "verdicts", "assessments", "thumbCommitAnswer"};
+                         "deviceParam", "verdicts", "assessments", "thumbCommitAnswer", "writesApply"};
 const Keys StepKeys = {"do", "note", "expect", "warnings"};
 
 std::string joined(const Keys& keys)
@@ -456,6 +456,10 @@ void Reader::device(const Node& node, Device& device, bool patch)
     tryReading([&] { node.readNullable("selectedInterface", device.selectedInterface, Int32Min, Int32Max); });
     tryReading([&] { node.readNullable("deviceParam", device.deviceParam, Int32Min, Int32Max); });
     tryReading([&] { node.readNullable("thumbCommitAnswer", device.thumbCommitAnswer, 0, 255); });
+    tryReading([&] {
+        if (node.has("writesApply"))
+            device.writesApply = node.at("writesApply").boolean();
+    });
     if (node.has("verdicts")) {
         device.verdicts.clear();
         for (const Node& item : node.at("verdicts").items("a list of verdicts"))

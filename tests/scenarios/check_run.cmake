@@ -1,6 +1,7 @@
 # Runs the simulator and checks what it did: its exit code, and that its
 # output holds a text, equals a file, or is JSON Lines.
 #   PROGRAM   the program
+#   EMULATOR  what runs it (cross builds), separated by |
 #   ARGS      its arguments, separated by |
 #   CODE      the exit code it must end with
 #   CONTAINS  texts its output (stdout and stderr) must hold, separated by |
@@ -10,7 +11,8 @@
 #             one of the trace's record keys
 # Any sanitizer report on standard error fails the check.
 string(REPLACE "|" ";" args "${ARGS}")
-execute_process(COMMAND ${PROGRAM} ${args} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+execute_process(COMMAND ${emulator} ${PROGRAM} ${args} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
 # A sanitizer's report ends the program with status 1, which some checks expect.
 if(err MATCHES "(ERROR|WARNING): [A-Za-z]+Sanitizer|runtime error:")
   message(FATAL_ERROR "a sanitizer report\n--- stderr\n${err}")
