@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <numeric>
+#include <string>
 #include <vector>
 
 using namespace edidvm::edid;
@@ -25,11 +26,11 @@ namespace {
     std::abort();
 }
 
-void check(const std::vector<std::uint8_t>& bytes)
+void check(const std::vector<std::uint8_t>& bytes, Checks checks = Checks::Strict)
 {
     Edid edid;
     try {
-        edid = parseEdid(bytes, "fuzz.edid");
+        edid = parseEdid(bytes, "fuzz.edid", checks);
     } catch (const EdidError&) {
         return;
     }
@@ -64,5 +65,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (changed)
         check(bytes);
+    // As edidsim decode reads it: checksum faults only warned, and the input as a hex dump.
+    check(std::vector<std::uint8_t>(data, data + size), Checks::Lenient);
+    try {
+        check(parseHexDump(std::string(data, data + size), "fuzz.txt"), Checks::Lenient);
+    } catch (const EdidError&) {
+    }
     return 0;
 }

@@ -4,6 +4,7 @@
 
 #include "host/host.h"
 #include "host/variation.h"
+#include "sim/edid_command.h"
 #include "sim/player.h"
 #include "sim/scenario.h"
 #include "sim/trace.h"
@@ -97,6 +98,8 @@ void logToTrace(QtMsgType, const QMessageLogContext& context, const QString& tex
 
 int main(int argc, char** argv)
 {
+    if (argc > 1 && std::string(argv[1]) == "decode")
+        return edidvm::sim::decodeCommand(argc - 1, argv + 1);
     CLI::App app("Plays a scenario against the output EDID view model: the simulated device answers its queries, "
                  "the page sends the steps, and every message crossing the component's boundary is traced.",
                  "edidsim");

@@ -50,6 +50,7 @@ struct RangeLimits
 struct Edid
 {
     int version = 0, revision = 0; // of the base block, e.g. 1 and 4
+    int blocks = 0;                // in the file, the base block included
     std::vector<Mode> modes;       // in file order, as edid-decode lists them
     std::string name;              // the monitor name descriptor; empty if none
     std::string serialText;        // the serial number descriptor; empty if none
@@ -79,8 +80,13 @@ constexpr std::size_t kMaxFileSize = 256 * 128;
 // e.g. "foo.edid: block 1, byte 127: checksum is 0x12, must be 0x34 to make the block sum to 0".
 Edid parseEdid(const std::vector<std::uint8_t>& bytes, const std::string& source, Checks checks = Checks::Strict);
 
-// Reads a regular file of at most kMaxFileSize bytes, then parseEdid with the
-// path as source.
+// The bytes of a hex dump as edid-decode prints it (an optional
+// "edid-decode (hex):" line, then bytes as pairs of hex digits, up to a line
+// of dashes or the end). Throws EdidError naming the line and column.
+std::vector<std::uint8_t> parseHexDump(const std::string& text, const std::string& source);
+
+// Reads a regular file of at most kMaxFileSize bytes, binary or (when it is
+// all printable text) a hex dump, then parseEdid with the path as source.
 Edid loadEdidFile(const std::string& path, Checks checks = Checks::Strict);
 
 // "1920x1080@60.00", or "1920x1080i@60.00" for interlaced.

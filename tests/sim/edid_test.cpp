@@ -11,6 +11,8 @@
 #include <iterator>
 #include <map>
 #include <numeric>
+#include <random>
+#include <regex>
 #include <set>
 #include <string>
 #include <tuple>
@@ -315,6 +317,117 @@ TEST(EdidBadInput, EachFaultNamesTheBlockAndTheByte)
     };
     for (const auto& [path, error] : files)
         EXPECT_EQ(errorOf([&path = path] { return loadEdidFile(path); }), path + error);
+}
+
+Bytes readBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return Bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::vector<std::string> listing(const Edid& edid)
+{
+    std::vector<std::string> lines;
+    for (const Mode& mode : edid.modes)
+        lines.push_back(std::to_string(mode.block) + " " + mode.source + " " + describe(mode) + " " +
+                        std::to_string(mode.pixelClockKHz));
+    return lines;
+}
+
+TEST(EdidHexDump, EdidDecodesOutputReadsAsTheBinaryFile)
+{
+    for (const std::string& path : comparedFiles()) {
+        const std::string hex = EDIDVM_HEX_DIR "/" + std::filesystem::path(path).stem().string() + ".txt";
+        SCOPED_TRACE(hex);
+        const Edid binary = loadEdidFile(path, Checks::Lenient);
+        const Edid dumped = loadEdidFile(hex, Checks::Lenient);
+        EXPECT_EQ(listing(dumped), listing(binary));
+        EXPECT_EQ(dumped.warnings, binary.warnings);
+        EXPECT_EQ(dumped.blocks, binary.blocks);
+    }
+    const std::pair<std::string, std::string> bad[] = {
+        {"00 ff f", "h.txt: line 1, column 7: expected a byte as two hex digits, got 'f'"},
+        {"edid-decode (hex):\n\n00 fg ff", "h.txt: line 3, column 4: expected a byte as two hex digits, got 'fg ff'"},
+        {"Block 0, Base EDID:", "h.txt: line 1, column 1: expected a byte as two hex digits, got 'Block 0,'"},
+    };
+    for (const auto& [text, error] : bad)
+        EXPECT_EQ(errorOf([&text = text] { return parseEdid(parseHexDump(text, "h.txt"), "h.txt"); }), error);
+    // Pairs may run together, as xxd -p prints them; the dump ends at the dashes.
+    EXPECT_EQ(parseHexDump("00ff\r\n 10\n----\nzz", "h.txt"), (Bytes{0x00, 0xFF, 0x10}));
+}
+
+// Seeded truncations, corruptions and random blocks, as bytes and as hex
+// dumps: each decodes to modes that hold together, or gives one error line
+// naming the block and byte (or, in a dump, the line and column).
+TEST(EdidBadInput, SeededCorruptFilesDecodeOrGiveOneError)
+{
+    std::mt19937 random(20261123);
+    auto below = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(random); };
+    const std::vector<std::string> files = comparedFiles();
+    const std::regex byteError(R"(^f\.edid: block \d+, byte \d+: [^\n]+$)");
+    const std::regex lineError(R"(^f\.edid: line \d+, column \d+: [^\n]+$)");
+    auto fixSums = [](Bytes& bytes) {
+        for (std::size_t block = 0; block + 128 <= bytes.size(); block += 128)
+            bytes[block + 127] = static_cast<std::uint8_t>(
+                -std::accumulate(bytes.begin() + long(block), bytes.begin() + long(block) + 127, 0u));
+    };
+    int decoded = 0, refused = 0, hexRefused = 0;
+    for (int round = 0; round < 2400; ++round) {
+        Bytes bytes = readBytes(files[std::size_t(round) % files.size()]);
+        const int how = round % 4;
+        if (how == 0) {
+            bytes.resize(below(bytes.size() + 1));
+        } else if (how == 1) {
+            for (std::size_t n = 1 + below(8); n > 0; --n)
+                bytes[below(bytes.size())] = static_cast<std::uint8_t>(below(256));
+            fixSums(bytes);
+        } else {
+            // Random blocks behind a real header; half of them as CTA or DisplayID blocks.
+            bytes.resize(128 * (1 + below(4)));
+            for (std::size_t i = 8; i < bytes.size(); ++i)
+                bytes[i] = static_cast<std::uint8_t>(below(256));
+            for (std::size_t block = 128; block < bytes.size(); block += 128)
+                bytes[block] = below(2) ? 0x02 : 0x70;
+            bytes[126] = static_cast<std::uint8_t>(bytes.size() / 128 - 1);
+            fixSums(bytes);
+        }
+        SCOPED_TRACE("round " + std::to_string(round));
+        for (Checks checks : {Checks::Strict, Checks::Lenient}) {
+            try {
+                const Edid edid = parseEdid(bytes, "f.edid", checks);
+                ++decoded;
+                for (const Mode& mode : edid.modes) {
+                    ASSERT_TRUE(mode.width > 0 && mode.height > 0 && mode.pixelClockKHz > 0) << describe(mode);
+                    ASSERT_TRUE(std::isfinite(mode.refreshHz) && mode.refreshHz > 0) << describe(mode);
+                    ASSERT_LT(mode.block, edid.blocks);
+                    ASSERT_EQ(mode.index, &mode - edid.modes.data());
+                }
+            } catch (const EdidError& error) {
+                ++refused;
+                ASSERT_TRUE(std::regex_match(error.what(), byteError)) << error.what();
+            }
+        }
+        if (how != 3)
+            continue;
+        // The same bytes as a hex dump with one character changed.
+        std::string hex = "edid-decode (hex):\n\n";
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            char pair[4];
+            std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
+            hex += std::string(pair) + (i % 16 == 15 ? "\n" : " ");
+        }
+        hex[20 + below(hex.size() - 20)] = "0f xg\n"[below(6)];
+        try {
+            parseEdid(parseHexDump(hex, "f.edid"), "f.edid", Checks::Lenient);
+        } catch (const EdidError& error) {
+            ++hexRefused;
+            ASSERT_TRUE(std::regex_match(error.what(), byteError) || std::regex_match(error.what(), lineError))
+                << error.what();
+        }
+    }
+    EXPECT_GT(decoded, 500);
+    EXPECT_GT(refused, 500);
+    EXPECT_GT(hexRefused, 50);
 }
 
 TEST(EdidExtensions, OtherKindsAreSkippedWithANote)
