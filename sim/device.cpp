@@ -252,7 +252,9 @@ void SimulatedDevice::installQueries()
             const std::optional<std::uint8_t> byte = m_state.thumbCommitAnswer;
             const bool taken = byte && *byte == 0 && m_state.writesApply;
             applyWrite(*written, taken,
-                       !byte ? "no answer" : *byte != 0 ? "answer " + std::to_string(*byte) : "writesApply is false");
+                       !byte        ? "no answer"
+                       : *byte != 0 ? "answer " + std::to_string(*byte)
+                                    : "writesApply is false");
         }
         return answer;
     });

@@ -68,9 +68,12 @@ nlohmann::json toJson(const std::string& file, const edid::Edid& edid)
     }
     nlohmann::json range = nullptr;
     if (edid.range) {
-        range = {{"minVHz", edid.range->minVHz},   {"maxVHz", edid.range->maxVHz},
-                 {"minHKHz", edid.range->minHKHz}, {"maxHKHz", edid.range->maxHKHz},
-                 {"maxPixelClockMHz", edid.range->maxPixelClockMHz}, {"formula", edid.range->formula}};
+        range = {{"minVHz", edid.range->minVHz},
+                 {"maxVHz", edid.range->maxVHz},
+                 {"minHKHz", edid.range->minHKHz},
+                 {"maxHKHz", edid.range->maxHKHz},
+                 {"maxPixelClockMHz", edid.range->maxPixelClockMHz},
+                 {"formula", edid.range->formula}};
     }
     return {{"file", file},
             {"version", std::to_string(edid.version) + "." + std::to_string(edid.revision)},
@@ -106,10 +109,10 @@ void printHuman(const std::string& file, const edid::Edid& edid)
     std::printf("  %3s %5s  %-18s %-18s %12s  %-16s %-16s %s\n", "#", "block", "source", "mode", "pixel clock",
                 "h front/sync/back", "v front/sync/back", "sync");
     for (const Mode& m : edid.modes) {
-        const std::string h = std::to_string(m.hFrontPorch) + "/" + std::to_string(m.hSync) + "/" +
-                              std::to_string(m.hBackPorch);
-        const std::string v = std::to_string(m.vFrontPorch) + "/" + std::to_string(m.vSync) + "/" +
-                              std::to_string(m.vBackPorch);
+        const std::string h =
+            std::to_string(m.hFrontPorch) + "/" + std::to_string(m.hSync) + "/" + std::to_string(m.hBackPorch);
+        const std::string v =
+            std::to_string(m.vFrontPorch) + "/" + std::to_string(m.vSync) + "/" + std::to_string(m.vBackPorch);
         std::printf("  %3d %5d  %-18s %-18s %8.3f MHz  %-16s %-16s %c%c%s%s\n", m.index, m.block, m.source.c_str(),
                     edid::describe(m).c_str(), m.pixelClockKHz / 1000.0, h.c_str(), v.c_str(),
                     m.hSyncPositive ? '+' : '-', m.vSyncPositive ? '+' : '-', m.preferred ? " preferred" : "",
@@ -140,8 +143,7 @@ int decodeCommand(int argc, char** argv)
     int status = 0;
     for (const std::string& file : files) {
         try {
-            const edid::Edid edid =
-                edid::loadEdidFile(file, strict ? edid::Checks::Strict : edid::Checks::Lenient);
+            const edid::Edid edid = edid::loadEdidFile(file, strict ? edid::Checks::Strict : edid::Checks::Lenient);
             for (const std::string& warning : edid.warnings)
                 std::fprintf(stderr, "edidsim: %s: warning: %s\n", file.c_str(), warning.c_str());
             if (json)

@@ -30,8 +30,8 @@ constexpr std::int64_t Word32Max = std::numeric_limits<std::uint32_t>::max();
 
 using Keys = std::vector<std::string>;
 
-const Keys DeviceKeys = {"interfaces",  "screens",  "subcards",    "selectedInterface",
-                         "deviceParam", "verdicts", "assessments", "thumbCommitAnswer", "writesApply"};
+const Keys DeviceKeys = {"interfaces", "screens",     "subcards",          "selectedInterface", "deviceParam",
+                         "verdicts",   "assessments", "thumbCommitAnswer", "writesApply"};
 const Keys StepKeys = {"do", "note", "expect", "warnings"};
 
 std::string joined(const Keys& keys)

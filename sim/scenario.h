@@ -67,9 +67,9 @@ struct Device
     std::optional<std::int32_t> selectedInterface; // reply to 0xFC08100A; none when empty
     std::optional<std::int32_t> deviceParam;       // reply to 0xFC000004; none when empty
     LCD::ProtoModel::Interface::s_TimigCheckResultArry verdicts;
-    std::vector<Assessment> assessments; // one per 0xFC05021F; the last repeats
+    std::vector<Assessment> assessments;               // one per 0xFC05021F; the last repeats
     std::optional<std::uint8_t> thumbCommitAnswer = 0; // 0: written
-    bool writesApply = true; // false: writes leave the timings as they are
+    bool writesApply = true;                           // false: writes leave the timings as they are
 };
 
 // One message the component must put out: a number from the table, or a

@@ -31,8 +31,8 @@ struct ExtensionName
 };
 // Extensions we recognise but do not decode: named in the note.
 constexpr ExtensionName kSkippedExtensions[] = {
-    {0x10, "video timing"}, {0x40, "display information"}, {0x50, "localized string"}, {0x60, "packet video link"},
-    {0xF0, "block map"},    {0xFF, "manufacturer-defined"},
+    {0x10, "video timing"},      {0x40, "display information"}, {0x50, "localized string"},
+    {0x60, "packet video link"}, {0xF0, "block map"},           {0xFF, "manufacturer-defined"},
 };
 
 // Established timings I & II, bytes 35 to 37 from the high bit down: a DMT
@@ -123,6 +123,28 @@ Mode fromDmt(Kind kind, const tables::DmtTiming& dmt)
     return m;
 }
 
+// What the GTF and CVT formulas share: blanking split evenly around the
+// horizontal sync, negative horizontal and positive vertical sync.
+Mode formulaMode(const char* source, double clockKHz, int hPixels, int hBlank, int hSync, int height, int vFront,
+                 int vSync, int vsyncBp)
+{
+    Mode m{};
+    m.kind = Kind::Standard;
+    m.source = source;
+    m.pixelClockKHz = static_cast<std::uint32_t>(std::lround(clockKHz));
+    m.hActive = hPixels;
+    m.hFrontPorch = hBlank / 2 - hSync;
+    m.hSync = hSync;
+    m.hBackPorch = hBlank / 2;
+    m.vActive = height;
+    m.vFrontPorch = vFront;
+    m.vSync = vSync;
+    m.vBackPorch = vsyncBp - vSync;
+    m.vSyncPositive = true;
+    finish(m);
+    return m;
+}
+
 // The GTF with its default curve (C 40, M 600, K 128, J 20), no margins,
 // progressive; the pixel clock is kept to the kHz.
 Mode gtf(int width, int height, double rate)
@@ -139,21 +161,7 @@ Mode gtf(int width, int height, double rate)
     const int hBlank = static_cast<int>(std::lround(hPixels * duty / (100.0 - duty) / (2 * kCell))) * 2 * kCell;
     const int hTotal = hPixels + hBlank;
     const int hSync = static_cast<int>(std::lround(0.08 * hTotal / kCell)) * kCell;
-    Mode m{};
-    m.kind = Kind::Standard;
-    m.source = "GTF";
-    m.pixelClockKHz = static_cast<std::uint32_t>(std::lround(hTotal / hPeriod * 1000.0));
-    m.hActive = hPixels;
-    m.hFrontPorch = hBlank / 2 - hSync;
-    m.hSync = hSync;
-    m.hBackPorch = hBlank / 2;
-    m.vActive = height;
-    m.vFrontPorch = kMinPorch;
-    m.vSync = kVsync;
-    m.vBackPorch = vsyncBp - kVsync;
-    m.vSyncPositive = true; // GTF: negative horizontal, positive vertical sync
-    finish(m);
-    return m;
+    return formulaMode("GTF", hTotal / hPeriod * 1000.0, hPixels, hBlank, hSync, height, kMinPorch, kVsync, vsyncBp);
 }
 
 // CVT with normal blanking, progressive, no margins; the pixel clock is a
@@ -167,26 +175,11 @@ Mode cvt(int width, int height, double rate, int vSync)
     int vsyncBp = static_cast<int>(std::floor(kMinVsyncBp / hPeriodEst)) + 1;
     vsyncBp = std::max(vsyncBp, vSync + kMinVBackPorch);
     const double duty = std::max(20.0, kCPrime - kMPrime * hPeriodEst / 1000.0);
-    const int hBlank =
-        static_cast<int>(std::floor(hPixels * duty / (100.0 - duty) / (2 * kCell))) * 2 * kCell;
+    const int hBlank = static_cast<int>(std::floor(hPixels * duty / (100.0 - duty) / (2 * kCell))) * 2 * kCell;
     const int hTotal = hPixels + hBlank;
     const int hSync = static_cast<int>(std::floor(0.08 * hTotal / kCell)) * kCell;
     const double clockMHz = 0.25 * std::floor(hTotal / hPeriodEst / 0.25);
-    Mode m{};
-    m.kind = Kind::Standard;
-    m.source = "CVT";
-    m.pixelClockKHz = static_cast<std::uint32_t>(std::lround(clockMHz * 1000.0));
-    m.hActive = hPixels;
-    m.hFrontPorch = hBlank / 2 - hSync;
-    m.hSync = hSync;
-    m.hBackPorch = hBlank / 2;
-    m.vActive = height;
-    m.vFrontPorch = kMinVPorch;
-    m.vSync = vSync;
-    m.vBackPorch = vsyncBp - vSync;
-    m.vSyncPositive = true; // CVT: negative horizontal, positive vertical sync
-    finish(m);
-    return m;
+    return formulaMode("CVT", clockMHz * 1000.0, hPixels, hBlank, hSync, height, kMinVPorch, vSync, vsyncBp);
 }
 
 std::string descriptorText(const std::uint8_t* text)
@@ -204,8 +197,7 @@ class Parser
 public:
     Parser(const std::vector<std::uint8_t>& bytes, const std::string& source, Checks checks)
         : bytes_(bytes), source_(source), checks_(checks)
-    {
-    }
+    {}
 
     Edid parse()
     {
@@ -268,8 +260,7 @@ private:
             fail(0, size, "file ends after " + std::to_string(size) + " bytes, the base block needs 128");
         }
         if (size > kMaxFileSize) {
-            fail(kMaxFileSize / kBlockSize, 0,
-                 "file holds " + std::to_string(size) + " bytes, more than 256 blocks");
+            fail(kMaxFileSize / kBlockSize, 0, "file holds " + std::to_string(size) + " bytes, more than 256 blocks");
         }
         for (std::size_t i = 0; i < sizeof kHeader; ++i) {
             if (at(0, i) != kHeader[i]) {
@@ -422,9 +413,9 @@ private:
         };
         static const char* const kFormulas[] = {"GTF", "bare limits", "secondary GTF", "", "CVT"};
         const unsigned formula = at(0, offset + 10);
-        edid_.range = RangeLimits{value(5, 0, false), value(6, 0, true),         value(7, 2, false),
-                                  value(8, 2, true),  at(0, offset + 9) * 10,
-                                  formula < 5 && formula != 3 ? kFormulas[formula] : "unknown"};
+        edid_.range = RangeLimits{value(5, 0, false),     value(6, 0, true),
+                                  value(7, 2, false),     value(8, 2, true),
+                                  at(0, offset + 9) * 10, formula < 5 && formula != 3 ? kFormulas[formula] : "unknown"};
     }
 
     void detailed(std::size_t block, std::size_t offset, bool preferred)

@@ -13,8 +13,7 @@
 
 namespace edidvm::edid {
 
-enum class Kind
-{
+enum class Kind {
     Established, // bitmap of the base block, or of an established timings III descriptor
     Standard,    // two-byte codes: DMT, or GTF/CVT computed
     Detailed,    // 18-byte descriptor of the base or a CTA-861 block
@@ -67,11 +66,7 @@ public:
 
 // Strict refuses a bad checksum or extension count; Lenient lists them in
 // Edid::warnings and decodes on, as edid-decode does.
-enum class Checks
-{
-    Strict,
-    Lenient
-};
+enum class Checks { Strict, Lenient };
 
 // The largest file read: 256 blocks.
 constexpr std::size_t kMaxFileSize = 256 * 128;

@@ -170,8 +170,8 @@ TEST(EdidDecode, EveryFileListsTheModesOfEdidDecodeAndNothingElse)
         EXPECT_EQ(edid.warnings, warnings);
         lenient += !warnings.empty();
         for (const ReferenceMode& want : file.modes) {
-            const bool found = std::any_of(edid.modes.begin(), edid.modes.end(),
-                                           [&](const Mode& got) { return same(got, want); });
+            const bool found =
+                std::any_of(edid.modes.begin(), edid.modes.end(), [&](const Mode& got) { return same(got, want); });
             EXPECT_TRUE(found) << "missing: " << text(want);
         }
         for (const Mode& got : edid.modes) {
@@ -189,7 +189,8 @@ TEST(EdidDecode, EveryFileListsTheModesOfEdidDecodeAndNothingElse)
         ASSERT_EQ(edid.range.has_value(), !file.range.formula.empty());
         if (edid.range) {
             std::string formula = file.range.formula;
-            std::transform(formula.begin(), formula.end(), formula.begin(), [](char c) { return char(std::tolower(c)); });
+            std::transform(formula.begin(), formula.end(), formula.begin(),
+                           [](char c) { return char(std::tolower(c)); });
             std::string ours = edid.range->formula;
             std::transform(ours.begin(), ours.end(), ours.begin(), [](char c) { return char(std::tolower(c)); });
             EXPECT_EQ(std::make_tuple(edid.range->minVHz, edid.range->maxVHz, edid.range->minHKHz, edid.range->maxHKHz,
@@ -230,9 +231,9 @@ TEST(EdidDecode, DetailedTimingsHaveThePorchesOfEdidDecode)
                       std::make_tuple("DTD " + std::to_string(want.number), want.block,
                                       i == 0 && want.block == 0 && file.firstPreferred, want.width, want.height,
                                       want.interlaced));
-            EXPECT_EQ(std::make_tuple(got.hFrontPorch, got.hSync, got.hBackPorch, got.vFrontPorch, got.vSync,
-                                      got.vBackPorch),
-                      std::make_tuple(want.hFront, want.hSync, want.hBack, want.vFront, want.vSync, want.vBack));
+            EXPECT_EQ(
+                std::make_tuple(got.hFrontPorch, got.hSync, got.hBackPorch, got.vFrontPorch, got.vSync, got.vBackPorch),
+                std::make_tuple(want.hFront, want.hSync, want.hBack, want.vFront, want.vSync, want.vBack));
             interlaced += want.interlaced;
         }
     }
