@@ -2,7 +2,8 @@
 # The test command: installs what it needs, builds the library and its tests
 # for x86-64 and runs them with the ABI check, cross-builds the same for
 # AArch64 and runs them under qemu-user, makes and checks the Debian packages
-# for both, then runs every test again under
+# for both, measures the line and branch coverage of the library by its
+# tests, then runs every test again under
 # AddressSanitizer + UndefinedBehaviorSanitizer and under ThreadSanitizer,
 # and the fuzzers: the component for a minute, the simulator's EDID decoder
 # and scenario reader for half a minute each. Fails on the first failure.
@@ -36,6 +37,7 @@ ctest --test-dir "$root/build-aarch64" --output-on-failure -j "$jobs"
 echo "== AArch64: Debian packages"
 bash "$root/scripts/check-packages.sh" "$root/build-aarch64:arm64"
 
-# Sanitizers and the fuzzer run natively: they do not work under qemu-user.
+# Sanitizers, coverage and the fuzzer run natively: they do not work under qemu-user.
+bash "$root/scripts/coverage.sh"
 bash "$root/scripts/sanitizers.sh"
 bash "$root/scripts/fuzz.sh"
