@@ -1,6 +1,7 @@
 // libFuzzer target: the input is an EDID file's bytes. The decoder must give
-// modes that hold together or refuse with an EdidError; anything else
-// (another exception, a sanitizer report, a broken timing) is a fault.
+// modes that hold together or refuse with an EdidError of one line naming
+// the block and byte; anything else (another exception, a sanitizer report,
+// a broken timing) is a fault.
 //
 // Random bytes rarely sum to 0, so each input is decoded a second time with
 // every whole block's checksum set right: that copy reaches the modes.
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <numeric>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -31,7 +33,13 @@ void check(const std::vector<std::uint8_t>& bytes, Checks checks = Checks::Stric
     Edid edid;
     try {
         edid = parseEdid(bytes, "fuzz.edid", checks);
-    } catch (const EdidError&) {
+    } catch (const EdidError& error) {
+        // One line naming the block and the byte.
+        static const std::regex named(R"(^fuzz\.edid: block \d+, byte \d+: [^\n]+$)");
+        if (!std::regex_match(error.what(), named)) {
+            std::fprintf(stderr, "edidvm-fuzz-edid: an error that names no block and byte: %s\n", error.what());
+            std::abort();
+        }
         return;
     }
     const int blocks = static_cast<int>(bytes.size() / 128);

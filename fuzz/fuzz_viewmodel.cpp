@@ -6,8 +6,6 @@
 // record, 24-byte vector objects) are always real objects built here; only
 // their other lengths, or null data, are left to the input.
 
-#include "fuzz/input.h"
-
 #include "framework/api.h"
 #include "framework/wire.h"
 #include "host/host.h"
@@ -17,19 +15,81 @@
 
 #include <QtGlobal>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <optional>
+#include <string>
+#include <vector>
 
 using namespace LCD::ProtoModel::Interface;
 using namespace LCD::ProtoModel::Screen;
 using namespace LCD::ProtoModel::Subcard;
-using edidvm::fuzz::Reader;
 using edidvm::host::Bytes;
 using LCD::GlobalMessageHander::QueryInfo;
 
 namespace {
+
+// Sequential little-endian reader; past the end every read yields 0.
+struct Reader
+{
+    const std::uint8_t* p = nullptr;
+    std::size_t n = 0;
+
+    std::uint8_t u8()
+    {
+        if (n == 0)
+            return 0;
+        --n;
+        return *p++;
+    }
+    std::uint32_t u32()
+    {
+        std::uint32_t v = 0;
+        for (int i = 0; i < 4; ++i)
+            v |= std::uint32_t(u8()) << (8 * i);
+        return v;
+    }
+    std::uint16_t u16()
+    {
+        const std::uint16_t low = u8(); // the low byte first
+        return std::uint16_t(low | u8() << 8);
+    }
+    std::int32_t i32() { return static_cast<std::int32_t>(u32()); }
+    // Ids and keys are one signed byte, so lists collide and duplicate.
+    std::int32_t small() { return static_cast<std::int8_t>(u8()); }
+    float real()
+    {
+        const std::uint32_t bits = u32();
+        float f;
+        std::memcpy(&f, &bits, sizeof f);
+        return f;
+    }
+    // Up to 47 bytes: both inline and heap-held strings.
+    std::string text()
+    {
+        std::string s(u8() % 48, '\0');
+        for (char& c : s)
+            c = static_cast<char>(u8());
+        return s;
+    }
+    Reader take(std::size_t len)
+    {
+        len = std::min(len, n);
+        const Reader part{p, len};
+        p += len;
+        n -= len;
+        return part;
+    }
+};
+
+// Handled by the component, in its registration order; a message picks one
+// by index.
+constexpr std::uint32_t Handled[16] = {0xFC070606u, 0xFC000620u, 0xFC021009u, 0xFC00060Au, 0xFC00060Bu, 0xFC000605u,
+                                       0xFC000606u, 0xFC00060Cu, 0xFC00060Du, 0xFC000617u, 0xFC031007u, 0xFC051016u,
+                                       0xFC081005u, 0xFC081006u, 0xFC030204u, 0xFC08021Eu};
 
 const std::uint32_t Reserved[5] = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
 // Sent by the component, never handled by it.
@@ -46,9 +106,6 @@ const std::pair<std::uint32_t, int> SentSizes[] = {
 constexpr int MaxMessages = 24;
 constexpr int MaxDepth = 2;   // nested deliveries from a stand-in
 constexpr int PumpLimit = 64; // queued events delivered after each message
-
-// EDIDVM_FUZZ_VERBOSE: keep the component's warnings and trace the traffic.
-bool g_verbose = false;
 
 [[noreturn]] void fail(const char* what, std::uint32_t number)
 {
@@ -288,8 +345,6 @@ void installStandIns(Run& run)
     // Every send keeps its contract length; vector payloads are read while
     // they are valid.
     run.host.recorder().setHook([&run](const edidvm::host::SentMessage& sent, const void* data) {
-        if (g_verbose)
-            std::fprintf(stderr, "  sent 0x%08X size %d\n", sent.number, sent.size);
         for (const auto& expected : SentSizes) {
             if (expected.first == sent.number && expected.second != sent.size)
                 fail("sent with a wrong length", sent.number);
@@ -309,7 +364,7 @@ std::uint32_t pickNumber(Reader& body)
 {
     const unsigned choice = body.u8() % 16;
     if (choice < 11)
-        return edidvm::fuzz::Handled[body.u8() % 16];
+        return Handled[body.u8() % 16];
     if (choice == 11)
         return Reserved[body.u8() % 5];
     if (choice == 12)
@@ -325,38 +380,25 @@ std::uint32_t pickNumber(Reader& body)
 int pickKind(Reader& body, std::uint32_t number)
 {
     const bool command = number == 0xFC051016u;
-    switch (body.u8() % 8) {
-    case 6:
-        return command ? kpf::MessageKindEvent : kpf::MessageKindCommand;
-    case 7:
+    const unsigned choice = body.u8() % 8;
+    if (choice == 7)
         return body.i32();
-    default:
-        return command ? kpf::MessageKindCommand : kpf::MessageKindEvent;
-    }
+    return (choice == 6) != command ? kpf::MessageKindCommand : kpf::MessageKindEvent;
 }
 
 // The length of a plain-record payload.
 int naturalSize(std::uint32_t number)
 {
-    switch (number) {
-    case 0xFC031007u:
-        return 16;
-    case 0xFC00060Cu:
-        return 40;
-    case 0xFC00060Du:
-        return 68;
-    case 0xFC000620u:
-        return 556;
-    default:
-        return 0;
-    }
+    const std::pair<std::uint32_t, int> sizes[] = {
+        {0xFC031007u, 16}, {0xFC00060Cu, 40}, {0xFC00060Du, 68}, {0xFC000620u, 556}};
+    for (const auto& [known, size] : sizes)
+        if (known == number)
+            return size;
+    return 0;
 }
 
 void deliver(Run& run, int kind, std::uint32_t number, int size, const void* data)
 {
-    if (g_verbose)
-        std::fprintf(stderr, "deliver 0x%08X kind 0x%08X size %d%s\n", number, unsigned(kind), size,
-                     data == nullptr ? " (null data)" : "");
     const std::optional<Bytes> answer = run.host.deliver(run.component, kind, number, size, data);
     // Only the interface-type command replies, always with 4 bytes.
     const bool replies = kind == kpf::MessageKindCommand && number == 0xFC051016u;
@@ -441,14 +483,8 @@ void dropLog(QtMsgType, const QMessageLogContext&, const QString&) {}
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    if (const char* dir = std::getenv("EDIDVM_FUZZ_WRITE_SEEDS")) {
-        edidvm::fuzz::writeSeeds(dir);
-        std::exit(0);
-    }
     // Rejected payloads log warnings by design; they would drown the output.
-    g_verbose = std::getenv("EDIDVM_FUZZ_VERBOSE") != nullptr;
-    if (!g_verbose)
-        qInstallMessageHandler(dropLog);
+    qInstallMessageHandler(dropLog);
     return 0;
 }
 

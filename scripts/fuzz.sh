@@ -79,7 +79,6 @@ seed "$build/corpus-edid" "$root"/tests/sim/data/edid/*.edid "$root"/tests/sim/d
   "$root"/scenarios/edid/*.edid "$root"/tests/scenarios/data/*.edid
 seed "$build/corpus-scenario" "$root"/scenarios/*.json "$root"/tests/scenarios/data/*.json
 
-# The view model's replay with EDIDVM_FUZZ_VERBOSE=1 also traces every message.
 fuzz viewmodel "$build/fuzz/edidvm-fuzz" "${EDIDVM_FUZZ_SECONDS:-60}" 4096
 # An EDID has at most 255 extension blocks of 128 bytes after the base block.
 fuzz edid "$build/fuzz/edidvm-fuzz-edid" "${EDIDVM_FUZZ_EDID_SECONDS:-30}" 32768

@@ -3,8 +3,10 @@
 // Collects what the code under test logs through Qt, for the life of the
 // object.
 
+#include <QString>
 #include <QtGlobal>
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,26 +16,56 @@ namespace test {
 struct LoggedMessage
 {
     QtMsgType type;
-    std::string category;
-    std::string file;
+    std::string category, file;
     int line;
-    std::string function;
-    std::string text;
+    std::string function, text;
 };
 
 class WarningCapture
 {
 public:
-    WarningCapture();
-    ~WarningCapture();
+    WarningCapture() : m_previous(qInstallMessageHandler(&capture)) { clear(); }
+    ~WarningCapture() { qInstallMessageHandler(m_previous); }
     WarningCapture(const WarningCapture&) = delete;
     WarningCapture& operator=(const WarningCapture&) = delete;
 
-    std::vector<LoggedMessage> messages() const;
-    std::vector<std::string> texts() const;
-    void clear();
+    std::vector<LoggedMessage> messages() const
+    {
+        std::lock_guard<std::mutex> lock(mutex());
+        return log();
+    }
+    std::vector<std::string> texts() const
+    {
+        std::vector<std::string> texts;
+        for (const LoggedMessage& message : messages())
+            texts.push_back(message.text);
+        return texts;
+    }
+    void clear()
+    {
+        std::lock_guard<std::mutex> lock(mutex());
+        log().clear();
+    }
 
 private:
+    static std::mutex& mutex()
+    {
+        static std::mutex instance;
+        return instance;
+    }
+    static std::vector<LoggedMessage>& log()
+    {
+        static std::vector<LoggedMessage> instance;
+        return instance;
+    }
+    static void capture(QtMsgType type, const QMessageLogContext& context, const QString& text)
+    {
+        const auto orEmpty = [](const char* value) { return std::string(value != nullptr ? value : ""); };
+        std::lock_guard<std::mutex> lock(mutex());
+        log().push_back({type, orEmpty(context.category), orEmpty(context.file), context.line,
+                         orEmpty(context.function), text.toStdString()});
+    }
+
     QtMessageHandler m_previous;
 };
 

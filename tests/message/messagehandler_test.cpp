@@ -10,8 +10,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <numeric>
+#include <thread>
 
 using edidvm::host::Bytes;
 using edidvm::host::Channel;
@@ -38,15 +42,20 @@ public:
     int onInit() override
     {
         ++initCalls;
-        for (const auto& [command, number, tag] : m_table)
+        for (const auto& [command, number, tag] : m_table) {
             (this->*(command ? &TestComponent::registerCommand : &TestComponent::registerEvent))(kpf::wireInt(number),
                                                                                                  handlerFor(tag));
+            if (afterEach)
+                afterEach();
+        }
         return 0;
     }
 
     // A lambda capturing this, as components bind; commands get the tag back.
     LCD::Message::MessageHandlerFunc handlerFor(int tag)
     {
+        if (tag < 0)
+            return {}; // registered, but empty
         return [this, tag](const kpf::IMessage* message) -> const kpf::IMessage* {
             hits.push_back({tag, kpf::wireWord(message->number()), message->kind()});
             if (message->kind() != kpf::MessageKindCommand)
@@ -67,7 +76,8 @@ public:
     using MessageHandler::sendCommand;
     using MessageHandler::sendEvent;
 
-    int initCalls = 0;
+    std::atomic<int> initCalls{0};
+    std::function<void()> afterEach;               // runs after each registration
     std::vector<std::array<std::int64_t, 3>> hits; // tag, number, kind
 
 private:
@@ -102,6 +112,7 @@ TEST_F(MessageHandlerTest, ReservedNumbersAreFilteredStartRunsOnInitForAnyKindAn
         table.push_back({true, number, 9});
         table.push_back({false, number, 9});
     }
+    table.push_back({false, EventB, -1});
     // Next to the reserved ones, but ordinary numbers.
     table.push_back({false, 0xFFFF0003u, 3});
     table.push_back({false, 0xFFFFFFFDu, 4});
@@ -121,6 +132,7 @@ TEST_F(MessageHandlerTest, ReservedNumbersAreFilteredStartRunsOnInitForAnyKindAn
         EXPECT_FALSE(host.deliver(component.get(), kind, EventA, 0, nullptr));
     EXPECT_FALSE(host.deliver(component.get(), kpf::MessageKindEvent, EventB, 0, nullptr));
     EXPECT_EQ(component->handleMessage(nullptr), nullptr);
+    EXPECT_EQ(component->processMsg(kpf::wireInt(EventA), nullptr), nullptr) << "the host may call it directly";
     EXPECT_THAT(component->tags(), IsEmpty());
 
     EXPECT_FALSE(host.deliver(component.get(), kpf::MessageKindEvent, EventA, 0, nullptr));
@@ -186,6 +198,9 @@ TEST_F(MessageHandlerTest, SendCommandCopiesAReplyOnlyWhenItsSizeMatchesAndRelea
                     ElementsAre(reply ? CommandDispatcher::Release::Response : CommandDispatcher::Release::Null,
                                 CommandDispatcher::Release::Message));
     }
+    // A caller that wants no copy gives no buffer.
+    host.commands().setResponder(0xFC08100Au, [&four](const kpf::IMessage&) { return std::optional<Bytes>(four); });
+    EXPECT_EQ(component->sendCommand(kpf::wireInt(0xFC08100Au), 0, nullptr, 4, nullptr), 0);
 }
 
 TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
@@ -213,6 +228,54 @@ TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
     // The tables were filled all the same: direct deliveries still route.
     host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr);
     EXPECT_THAT(component.tags(), ElementsAre(1));
+}
+
+// Many numbers, so that several share a first slot and probes wrap around;
+// every one is routed while the table is still being filled, and numbers
+// between them never are.
+TEST_F(MessageHandlerTest, EveryNumberRoutesFromItsRegistrationOnAndNoOtherDoes)
+{
+    std::vector<TestComponent::Registration> table;
+    for (int tag = 0; tag < 48; ++tag)
+        table.push_back({tag % 5 == 0, 0xFC000000u + 7u * std::uint32_t(tag), tag});
+    auto component = std::make_unique<TestComponent>(table);
+    std::size_t registered = 0;
+    component->afterEach = [&] {
+        ++registered;
+        component->hits.clear();
+        for (const auto& [command, number, tag] : table)
+            for (std::uint32_t probe : {number, number + 3u})
+                host.deliver(component.get(), command ? kpf::MessageKindCommand : kpf::MessageKindEvent, probe, 0,
+                             nullptr);
+        std::vector<int> expected(registered);
+        std::iota(expected.begin(), expected.end(), 0);
+        ASSERT_EQ(component->tags(), expected) << "after " << registered << " registrations";
+    };
+    host.start(component.get());
+    EXPECT_EQ(registered, table.size());
+}
+
+// Two start messages at once register the same table twice: every number
+// keeps exactly one handler.
+TEST_F(MessageHandlerTest, TwoStartsRacedLeaveOneHandlerPerNumber)
+{
+    std::vector<TestComponent::Registration> table;
+    for (int tag = 0; tag < 64; ++tag)
+        table.push_back({tag % 2 == 0, 0xFC100000u + std::uint32_t(tag), tag});
+    for (int round = 0; round < 20; ++round) {
+        auto component = std::make_unique<TestComponent>(table);
+        std::thread other([&] { host.start(component.get()); });
+        host.start(component.get());
+        other.join();
+        ASSERT_EQ(component->initCalls.load(), 2);
+        for (const auto& [command, number, tag] : table)
+            host.deliver(component.get(), command ? kpf::MessageKindCommand : kpf::MessageKindEvent, number, 0,
+                         nullptr);
+        std::vector<int> expected(table.size());
+        std::iota(expected.begin(), expected.end(), 0);
+        ASSERT_EQ(component->tags(), expected) << "round " << round;
+        host.subscriptions().forget(component.get());
+    }
 }
 
 } // namespace

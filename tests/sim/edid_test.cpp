@@ -11,8 +11,6 @@
 #include <iterator>
 #include <map>
 #include <numeric>
-#include <random>
-#include <regex>
 #include <set>
 #include <string>
 #include <tuple>
@@ -153,11 +151,11 @@ std::vector<std::string> comparedFiles()
     return paths;
 }
 
-TEST(EdidDecode, EveryFileListsTheModesOfEdidDecodeAndNothingElse)
+TEST(EdidDecode, EveryFileListsTheModesAndPorchesOfEdidDecodeAndNothingElse)
 {
     std::set<Kind> kinds;
     std::set<std::string> formulas;
-    int files = 0, modes = 0, lenient = 0;
+    int files = 0, modes = 0, lenient = 0, interlaced = 0, refused = 0;
     for (const std::string& path : comparedFiles()) {
         SCOPED_TRACE(path);
         const ReferenceFile& file = referenceOf(path);
@@ -184,44 +182,13 @@ TEST(EdidDecode, EveryFileListsTheModesOfEdidDecodeAndNothingElse)
             formulas.insert(got.source.substr(0, 3));
         }
         modes += static_cast<int>(edid.modes.size());
-        EXPECT_EQ(edid.name, file.name);
-        EXPECT_EQ(edid.serialText, file.serial);
-        ASSERT_EQ(edid.range.has_value(), !file.range.formula.empty());
-        if (edid.range) {
-            std::string formula = file.range.formula;
-            std::transform(formula.begin(), formula.end(), formula.begin(),
-                           [](char c) { return char(std::tolower(c)); });
-            std::string ours = edid.range->formula;
-            std::transform(ours.begin(), ours.end(), ours.begin(), [](char c) { return char(std::tolower(c)); });
-            EXPECT_EQ(std::make_tuple(edid.range->minVHz, edid.range->maxVHz, edid.range->minHKHz, edid.range->maxHKHz,
-                                      edid.range->maxPixelClockMHz, ours),
-                      std::make_tuple(file.range.minV, file.range.maxV, file.range.minH, file.range.maxH,
-                                      file.range.maxClock, formula));
-        }
-    }
-    EXPECT_GE(files, 18);
-    EXPECT_GT(lenient, 0) << "the files must exercise a checksum fault decoded on";
-    EXPECT_EQ(kinds.size(), 6u) << "the files must exercise every kind of mode";
-    for (const char* formula : {"DMT", "GTF", "CVT", "IBM", "App"})
-        EXPECT_EQ(formulas.count(formula), 1u) << formula;
-    EXPECT_GT(modes, 300);
-}
-
-TEST(EdidDecode, DetailedTimingsHaveThePorchesOfEdidDecode)
-{
-    int interlaced = 0, refused = 0;
-    for (const std::string& path : comparedFiles()) {
-        SCOPED_TRACE(path);
-        const ReferenceFile& file = referenceOf(path);
         if (!file.checksums.empty()) {
             // Strict, we refuse what edid-decode only reports, at the first bad block.
-            const ChecksumFault& fault = file.checksums.front();
-            EXPECT_EQ(errorOf([&path = path] { return loadEdidFile(path); }),
-                      path + ": block " + std::to_string(fault.block) + ", byte 127: checksum is " + fault.found +
-                          ", must be " + fault.due + " to make the block sum to 0");
+            EXPECT_EQ(errorOf([&path = path] { return loadEdidFile(path); }), path + ": " + warnings.front());
             ++refused;
         }
-        const std::vector<Mode> detailed = detailedOf(loadEdidFile(path, Checks::Lenient));
+        // Detailed timings in order, with their porches.
+        const std::vector<Mode> detailed = detailedOf(edid);
         ASSERT_EQ(detailed.size(), file.timings.size());
         for (std::size_t i = 0; i < detailed.size(); ++i) {
             const Reference& want = file.timings[i];
@@ -236,7 +203,26 @@ TEST(EdidDecode, DetailedTimingsHaveThePorchesOfEdidDecode)
                 std::make_tuple(want.hFront, want.hSync, want.hBack, want.vFront, want.vSync, want.vBack));
             interlaced += want.interlaced;
         }
+        EXPECT_EQ(edid.name, file.name);
+        EXPECT_EQ(edid.serialText, file.serial);
+        ASSERT_EQ(edid.range.has_value(), !file.range.formula.empty());
+        if (edid.range) {
+            const auto lower = [](std::string text) {
+                std::transform(text.begin(), text.end(), text.begin(), [](char c) { return char(std::tolower(c)); });
+                return text;
+            };
+            EXPECT_EQ(std::make_tuple(edid.range->minVHz, edid.range->maxVHz, edid.range->minHKHz, edid.range->maxHKHz,
+                                      edid.range->maxPixelClockMHz, lower(edid.range->formula)),
+                      std::make_tuple(file.range.minV, file.range.maxV, file.range.minH, file.range.maxH,
+                                      file.range.maxClock, lower(file.range.formula)));
+        }
     }
+    EXPECT_GE(files, 18);
+    EXPECT_GT(lenient, 0) << "the files must exercise a checksum fault decoded on";
+    EXPECT_EQ(kinds.size(), 6u) << "the files must exercise every kind of mode";
+    for (const char* formula : {"DMT", "GTF", "CVT", "IBM", "App"})
+        EXPECT_EQ(formulas.count(formula), 1u) << formula;
+    EXPECT_GT(modes, 300);
     EXPECT_GT(interlaced, 0) << "the files must exercise the frame height and field rate rules";
     EXPECT_GT(refused, 0) << "the files must exercise a bad checksum found by both decoders";
 }
@@ -320,12 +306,6 @@ TEST(EdidBadInput, EachFaultNamesTheBlockAndTheByte)
         EXPECT_EQ(errorOf([&path = path] { return loadEdidFile(path); }), path + error);
 }
 
-Bytes readBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return Bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 std::vector<std::string> listing(const Edid& edid)
 {
     std::vector<std::string> lines;
@@ -355,80 +335,6 @@ TEST(EdidHexDump, EdidDecodesOutputReadsAsTheBinaryFile)
         EXPECT_EQ(errorOf([&text = text] { return parseEdid(parseHexDump(text, "h.txt"), "h.txt"); }), error);
     // Pairs may run together, as xxd -p prints them; the dump ends at the dashes.
     EXPECT_EQ(parseHexDump("00ff\r\n 10\n----\nzz", "h.txt"), (Bytes{0x00, 0xFF, 0x10}));
-}
-
-// Seeded truncations, corruptions and random blocks, as bytes and as hex
-// dumps: each decodes to modes that hold together, or gives one error line
-// naming the block and byte (or, in a dump, the line and column).
-TEST(EdidBadInput, SeededCorruptFilesDecodeOrGiveOneError)
-{
-    std::mt19937 random(20261123);
-    auto below = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(random); };
-    const std::vector<std::string> files = comparedFiles();
-    const std::regex byteError(R"(^f\.edid: block \d+, byte \d+: [^\n]+$)");
-    const std::regex lineError(R"(^f\.edid: line \d+, column \d+: [^\n]+$)");
-    auto fixSums = [](Bytes& bytes) {
-        for (std::size_t block = 0; block + 128 <= bytes.size(); block += 128)
-            bytes[block + 127] = static_cast<std::uint8_t>(
-                -std::accumulate(bytes.begin() + long(block), bytes.begin() + long(block) + 127, 0u));
-    };
-    int decoded = 0, refused = 0, hexRefused = 0;
-    for (int round = 0; round < 2400; ++round) {
-        Bytes bytes = readBytes(files[std::size_t(round) % files.size()]);
-        const int how = round % 4;
-        if (how == 0) {
-            bytes.resize(below(bytes.size() + 1));
-        } else if (how == 1) {
-            for (std::size_t n = 1 + below(8); n > 0; --n)
-                bytes[below(bytes.size())] = static_cast<std::uint8_t>(below(256));
-            fixSums(bytes);
-        } else {
-            // Random blocks behind a real header; half of them as CTA or DisplayID blocks.
-            bytes.resize(128 * (1 + below(4)));
-            for (std::size_t i = 8; i < bytes.size(); ++i)
-                bytes[i] = static_cast<std::uint8_t>(below(256));
-            for (std::size_t block = 128; block < bytes.size(); block += 128)
-                bytes[block] = below(2) ? 0x02 : 0x70;
-            bytes[126] = static_cast<std::uint8_t>(bytes.size() / 128 - 1);
-            fixSums(bytes);
-        }
-        SCOPED_TRACE("round " + std::to_string(round));
-        for (Checks checks : {Checks::Strict, Checks::Lenient}) {
-            try {
-                const Edid edid = parseEdid(bytes, "f.edid", checks);
-                ++decoded;
-                for (const Mode& mode : edid.modes) {
-                    ASSERT_TRUE(mode.width > 0 && mode.height > 0 && mode.pixelClockKHz > 0) << describe(mode);
-                    ASSERT_TRUE(std::isfinite(mode.refreshHz) && mode.refreshHz > 0) << describe(mode);
-                    ASSERT_LT(mode.block, edid.blocks);
-                    ASSERT_EQ(mode.index, &mode - edid.modes.data());
-                }
-            } catch (const EdidError& error) {
-                ++refused;
-                ASSERT_TRUE(std::regex_match(error.what(), byteError)) << error.what();
-            }
-        }
-        if (how != 3)
-            continue;
-        // The same bytes as a hex dump with one character changed.
-        std::string hex = "edid-decode (hex):\n\n";
-        for (std::size_t i = 0; i < bytes.size(); ++i) {
-            char pair[4];
-            std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
-            hex += std::string(pair) + (i % 16 == 15 ? "\n" : " ");
-        }
-        hex[20 + below(hex.size() - 20)] = "0f xg\n"[below(6)];
-        try {
-            parseEdid(parseHexDump(hex, "f.edid"), "f.edid", Checks::Lenient);
-        } catch (const EdidError& error) {
-            ++hexRefused;
-            ASSERT_TRUE(std::regex_match(error.what(), byteError) || std::regex_match(error.what(), lineError))
-                << error.what();
-        }
-    }
-    EXPECT_GT(decoded, 500);
-    EXPECT_GT(refused, 500);
-    EXPECT_GT(hexRefused, 50);
 }
 
 TEST(EdidExtensions, OtherKindsAreSkippedWithANote)

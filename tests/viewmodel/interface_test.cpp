@@ -79,26 +79,6 @@ protected:
     }
 };
 
-TEST_P(InterfaceTest, RegistersItsSixteenNumbersAndEachAnswersOnlyToItsKind)
-{
-    const std::uint32_t numbers[] = {0xFC070606u, 0xFC000620u, 0xFC021009u, 0xFC00060Au, 0xFC00060Bu, 0xFC000605u,
-                                     0xFC000606u, 0xFC00060Cu, 0xFC00060Du, 0xFC000617u, 0xFC031007u, 0xFC051016u,
-                                     0xFC081005u, 0xFC081006u, 0xFC030204u, 0xFC08021Eu};
-    const auto calls = host.subscriptions().calls();
-    ASSERT_EQ(calls.size(), std::size(numbers));
-    const s_InterfaceList record = makeInterface(1);
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        const bool command = numbers[i] == 0xFC051016u;
-        EXPECT_EQ(std::make_tuple(calls[i].channel, calls[i].number, calls[i].sender, calls[i].component),
-                  std::make_tuple(command ? host::Channel::Command : host::Channel::Event, numbers[i],
-                                  std::string("outputedidviewmodel"), component));
-        const int wrongKind = command ? kpf::MessageKindEvent : kpf::MessageKindCommand;
-        EXPECT_FALSE(host.deliver(component, wrongKind, numbers[i], sizeof record, &record)) << i;
-    }
-    EXPECT_THAT(sent(), IsEmpty());
-    EXPECT_THAT(warnings(), IsEmpty());
-}
-
 TEST_P(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWhateverTheCommandCarries)
 {
     EXPECT_EQ(typeReply(), 0) << "before any interface is set";
@@ -286,6 +266,8 @@ TEST_P(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
         {"refresh 0.5", {thumbCheck(1920, 1080, 0.5f)}, true},
         {"NaN refresh", {thumbCheck(1920, 1080, nan)}, true},
         {"refresh beyond int", {thumbCheck(1920, 1080, 3.0e9f)}, true},
+        {"refresh 2^31, odd product", {thumbCheck(1, 1, 2147483648.0f)}, true},
+        {"refresh below int", {thumbCheck(1920, 1080, -3.0e9f)}, true},
         {"product wraps to 0", {thumbCheck(65536, 65536, 1.0f)}, true},
         {"second width 0", {thumbCheck(1920, 1080, 60.0f), thumbCheck(0, 1080, 60.0f, 1)}, false},
         {"refresh 1.5", {thumbCheck(1920, 1080, 1.5f)}, false},

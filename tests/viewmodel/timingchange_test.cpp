@@ -63,6 +63,7 @@ TEST_P(TimingChangeTest, PreCheckRejectsOnlyOnTheCurrentInterfaceResultsWithoutT
         {"needed above limit", false, 50.0f, {verdict(3, 1001, 6000)}, false},
         {"needed equal to limit", false, 50.0f, {verdict(3, 1000, 6000)}, true},
         {"5994 allows 59.0", false, 59.0f, {verdict(3, 10, 5994)}, true},
+        {"6000 allows 60.0", false, 60.0f, {verdict(3, 10, 6000)}, true},
         {"5994 rejects 59.5", false, 59.5f, {verdict(3, 10, 5994)}, false},
         {"5994 rejects 59.94", false, 59.94f, {verdict(3, 10, 5994)}, false},
         {"another interface over", false, 50.0f, {verdict(5, 2000, 0, 1), verdict(3, 10, 6000)}, true},
@@ -100,22 +101,23 @@ TEST_P(TimingChangeTest, AFailedAssessmentQueuesItsCodeRefreshesThePageAndStopsT
         {"first with code -3", {{Bytes{1}, {{0, -3}}}}, 1, -3, false, false},
         {"any non-zero byte, only the code judged", {{Bytes{2}, {{5, 0}}}, {}}, 2, 0, false, true},
     };
-    for (const auto& [name, answers, assessed, code, warned, passes] : cases) {
-        SCOPED_TRACE(name);
-        reset();
-        assessments = answers;
-        choose(thumbTiming(1280, 720, 50.0f));
-        Trace expected = join({Impact, Trace(assessed, "C FC05021F 8")});
-        if (code != 0)
-            expected.push_back("Q FC02022D 4");
-        EXPECT_EQ(trace(sent()), join({expected, passes ? Trace{"E FC030605 556"} : Refresh}));
-        EXPECT_EQ(warnings(), warned ? Trace{AssessFailed} : Trace{});
-        // The failure code reaches the page only through the queue.
-        EXPECT_EQ(host.pump(), code != 0 ? 1 : 0);
-        if (code != 0) {
-            EXPECT_EQ(payloadOf(0xFC02022Du), bytesOf(code));
+    for (const auto& [name, answers, assessed, code, warned, passes] : cases)
+        for (const bool reference : {false, true}) {
+            SCOPED_TRACE(std::string(name) + (reference ? ", reference" : ", thumb"));
+            reset();
+            assessments = answers;
+            reference ? choose(referenceTiming(1280, 720, 50.0f)) : choose(thumbTiming(1280, 720, 50.0f));
+            Trace expected = join({Impact, Trace(assessed, "C FC05021F 8")});
+            if (code != 0)
+                expected.push_back("Q FC02022D 4");
+            EXPECT_EQ(trace(sent()), join({expected, passes ? Trace{"E FC030605 556"} : Refresh}));
+            EXPECT_EQ(warnings(), warned ? Trace{AssessFailed} : Trace{});
+            // The failure code reaches the page only through the queue.
+            EXPECT_EQ(host.pump(), code != 0 ? 1 : 0);
+            if (code != 0) {
+                EXPECT_EQ(payloadOf(0xFC02022Du), bytesOf(code));
+            }
         }
-    }
 }
 
 TEST_P(TimingChangeTest, ReferenceChoiceIsCommittedAtOnceOrAfterBox36AndPublishedForItsInterface)
@@ -277,6 +279,10 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
     interfaces[0].stThumbTiming.height = 720;
     choose(thumbTiming(1280, 720, 50.0f));
     EXPECT_EQ(host.deviceConfig().calls().back(), 2);
+    EXPECT_EQ(trace(sent()), join({Impact, Asked}));
+    // Another height alone is another resolution.
+    baseline();
+    choose(thumbTiming(1920, 720, 50.0f));
     EXPECT_EQ(trace(sent()), join({Impact, Asked}));
 }
 

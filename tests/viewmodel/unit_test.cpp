@@ -126,6 +126,7 @@ TEST(FitText, KeepsAtMostOneByteLessThanTheFieldOnACharacterBoundary)
                                                       {euro.repeated(85), 256, 255},
                                                       {"a" + euro.repeated(100), 256, 253},
                                                       {QByteArray("ab\xf0\x9f\x98\x80"), 5, 2},
+                                                      {QByteArray("\xc3\xa9"), 2, 0},
                                                       {"abc", 0, 0}};
     for (const auto& [text, field, kept] : cases)
         EXPECT_EQ(Model::OutputEDIDViewModel::fitText(text, field), text.left(kept)) << text.toHex().constData();

@@ -186,6 +186,23 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
         EXPECT_EQ(trace(sent()), join({{"E FC020607 56"}, c.nestedSends, {"E FC020608 28"}}));
         EXPECT_EQ(warnings(), c.texts);
     }
+    // Both checks hold the lock across their query, the publication of the
+    // stored reference choice across its event.
+    const std::tuple<std::uint32_t, std::function<void()>, std::function<void()>> holders[] = {
+        {0xFC051000u, [] {}, [&] { requestThumbCheck({valid}); }},
+        {0xFC051001u, [] {}, [&] { requestDetailCheck({s_DetailTimigCheck{}}); }},
+        {0xFC020611u, [&] { choose(referenceTiming(1920, 1080, 50.0f)); }, [&] { pageEvent(0xFC070606u); }},
+    };
+    for (const auto& [during, prepare, act] : holders) {
+        SCOPED_TRACE(::testing::Message() << "during " << std::hex << during);
+        baseline();
+        prepare();
+        interjectOnce(Variation::NestedDeliveries, {event(0xFC021009u, other)}, during);
+        capture.clear();
+        act();
+        host.setVariation(Variation::Default);
+        EXPECT_EQ(warnings(), Trace{Reentry});
+    }
 }
 
 TEST_F(VariationTest, AnyMessageDeliveredDuringAnyOwnSendLeavesAWorkingComponent)

@@ -222,7 +222,7 @@ protected:
         Parameters params;
         if (filter) {
             params = {{"stale", "1"}};
-            filter(params);
+            EXPECT_TRUE(filter(params)) << "a filter that applies says so";
         }
         return params;
     }
