@@ -272,6 +272,7 @@ TEST_P(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
         {"second width 0", {thumbCheck(1920, 1080, 60.0f), thumbCheck(0, 1080, 60.0f, 1)}, false},
         {"refresh 1.5", {thumbCheck(1920, 1080, 1.5f)}, false},
         {"negative product", {thumbCheck(-1920, 1080, 60.0f)}, false},
+        {"refresh -2^31, odd product", {thumbCheck(1, 1, -2147483648.0f)}, false},
     };
     for (const auto& [name, checks, rejected] : cases) {
         SCOPED_TRACE(name);

@@ -176,6 +176,18 @@ TEST_F(ViewModelUnitTest, SdiRecordIsStoredOnlyWhenExactly16BytesTagsExpandInOrd
     EXPECT_TRUE(host.recorder().messages().empty());
 }
 
+// The services looked up on every call are missing once a host takes its
+// API back (pluginit(nullptr)).
+TEST_F(ViewModelUnitTest, WithoutTheHostApiNoReplyIsMadeAndNoImpactWorkedOut)
+{
+    kpf::api::get().hostApi = nullptr;
+    EXPECT_FALSE(host.deliver(model.get(), kpf::MessageKindCommand, 0xFC051016u, 0, nullptr));
+    const s_InterfaceThumbTiming choice{0, {0, 60.0f, 1280, 720, 0, 0, 0}, 0, 0};
+    host.deliver(model.get(), kpf::MessageKindEvent, 0xFC00060Cu, sizeof choice, &choice);
+    EXPECT_THAT(capture.texts(), ::testing::IsSupersetOf({"service kpf_default_messagecenter is missing, no reply",
+                                                          "Not find the pSubcardCfgMgr or pDeviceCfgMgr"}));
+}
+
 } // namespace
 
 int main(int argc, char** argv)
