@@ -227,28 +227,6 @@ TEST(EdidDecode, EveryFileListsTheModesAndPorchesOfEdidDecodeAndNothingElse)
     EXPECT_GT(refused, 0) << "the files must exercise a bad checksum found by both decoders";
 }
 
-TEST(EdidDecode, PreferredBorderAndRevisionRulesOfTheBlocks)
-{
-    // EDID 1.3 (byte 19) with byte 24's preferred bit cleared: no preferred timing.
-    Edid edid = parseEdid(viewsonic({{{19, 3}, {24, 0}}, 0}), "vp2768.edid");
-    EXPECT_FALSE(detailedOf(edid).front().preferred);
-    // From 1.4 the first detailed timing is preferred whatever byte 24 says.
-    edid = parseEdid(viewsonic({{{24, 0}}, 0}), "vp2768.edid");
-    EXPECT_TRUE(detailedOf(edid).front().preferred);
-    // Borders lie inside the blanking: the back porch shrinks, the rate stays.
-    const Mode plain = detailedOf(parseEdid(viewsonic(), "vp2768.edid")).front();
-    const Mode bordered = detailedOf(parseEdid(viewsonic({{{69, 4}, {70, 2}}, 0}), "vp2768.edid")).front();
-    EXPECT_EQ(std::make_tuple(bordered.hBackPorch, bordered.vBackPorch, bordered.hBorder, bordered.vBorder),
-              std::make_tuple(plain.hBackPorch - 8, plain.vBackPorch - 4, 4, 2));
-    EXPECT_DOUBLE_EQ(bordered.refreshHz, plain.refreshHz);
-    // A CTA block of revision 0 is skipped with a note; revision 1 still has timings.
-    edid = parseEdid(viewsonic({{{129, 0}}, 1}), "vp2768.edid");
-    EXPECT_EQ(detailedOf(edid).size(), 1u);
-    EXPECT_EQ(edid.notes, std::vector<std::string>{"block 1: CTA-861 extension of revision 0 skipped"});
-    edid = parseEdid(viewsonic({{{129, 1}}, 1}), "vp2768.edid");
-    EXPECT_EQ(detailedOf(edid).size(), 6u);
-}
-
 TEST(EdidDescribe, WidthHeightInterlaceAndRefreshToTwoDecimals)
 {
     const std::tuple<const char*, const char*, const char*> cases[] = {
@@ -337,43 +315,50 @@ TEST(EdidHexDump, EdidDecodesOutputReadsAsTheBinaryFile)
     EXPECT_EQ(parseHexDump("00ff\r\n 10\n----\nzz", "h.txt"), (Bytes{0x00, 0xFF, 0x10}));
 }
 
-TEST(EdidExtensions, OtherKindsAreSkippedWithANote)
+// An extension block of that tag, empty.
+Change emptyBlock(std::uint8_t tag)
 {
-    const std::pair<std::uint8_t, const char*> cases[] = {
-        {0xF0, "block 1: block map extension skipped"},
-        {0x42, "block 1: extension with unknown tag 0x42 skipped"},
-    };
-    for (const auto& [tag, note] : cases) {
-        Change change{{{128, tag}}, 1};
-        for (std::size_t i = 129; i < 255; ++i)
-            change.writes.emplace_back(i, 0); // an empty block of that kind
-        const Edid edid = parseEdid(viewsonic(change), "vp2768.edid");
-        EXPECT_EQ(detailedOf(edid).size(), 1u) << note; // the base block's only
-        EXPECT_EQ(edid.notes, std::vector<std::string>{note});
-    }
-    // An empty DisplayID section has nothing to skip.
-    const Edid three = loadEdidFile(EDIDVM_EDID_DATA_DIR "/displayid-extension.edid");
-    EXPECT_TRUE(three.notes.empty());
+    Change change{{{128, tag}}, 1};
+    for (std::size_t i = 129; i < 255; ++i)
+        change.writes.emplace_back(i, 0);
+    return change;
 }
 
-TEST(EdidLayouts, DetailedTimingsComeFromTheBaseAndCtaBlocksInOrder)
+TEST(EdidBlocks, DetailedTimingsComeFromTheBaseAndCtaBlocksInOrderAndOtherBlocksAreSkippedWithANote)
 {
-    // The blocks of the detailed timings in order, and whether the first is preferred.
-    const std::tuple<Change, std::vector<int>, bool> cases[] = {
-        {{}, {0, 1, 1, 1, 1, 1}, true},
-        {{{{130, 0}}, 1}, {0}, true},                      // CTA offset 0: no timings there
-        {{{{54, 0}, {55, 0}}, 0}, {1, 1, 1, 1, 1}, false}, // none in the base block, nor a preferred one
+    const std::vector<int> all = {0, 1, 1, 1, 1, 1};
+    // The blocks of the detailed timings in order, whether the first is preferred, the notes.
+    const std::tuple<const char*, Change, std::vector<int>, bool, std::vector<std::string>> cases[] = {
+        {"as shipped", {}, all, true, {}},
+        {"CTA offset 0: no timings there", {{{130, 0}}, 1}, {0}, true, {}},
+        {"none in the base block, nor a preferred one", {{{54, 0}, {55, 0}}, 0}, {1, 1, 1, 1, 1}, false, {}},
+        {"EDID 1.3 with byte 24's preferred bit cleared", {{{19, 3}, {24, 0}}, 0}, all, false, {}},
+        {"from 1.4 the first is preferred whatever byte 24 says", {{{24, 0}}, 0}, all, true, {}},
+        {"CTA revision 0", {{{129, 0}}, 1}, {0}, true, {"block 1: CTA-861 extension of revision 0 skipped"}},
+        {"CTA revision 1", {{{129, 1}}, 1}, all, true, {}},
+        {"block map", emptyBlock(0xF0), {0}, true, {"block 1: block map extension skipped"}},
+        {"unknown tag", emptyBlock(0x42), {0}, true, {"block 1: extension with unknown tag 0x42 skipped"}},
     };
-    for (const auto& [change, blocks, preferred] : cases) {
-        const std::vector<Mode> detailed = detailedOf(parseEdid(viewsonic(change), "vp2768.edid"));
+    for (const auto& [name, change, blocks, preferred, notes] : cases) {
+        SCOPED_TRACE(name);
+        const Edid edid = parseEdid(viewsonic(change), "vp2768.edid");
         std::vector<int> got;
-        for (const Mode& mode : detailed) {
+        for (const Mode& mode : detailedOf(edid)) {
             EXPECT_EQ(mode.source, "DTD " + std::to_string(got.size() + 1));
             EXPECT_EQ(mode.preferred, preferred && got.empty());
             got.push_back(mode.block);
         }
         EXPECT_EQ(got, blocks);
+        EXPECT_EQ(edid.notes, notes);
     }
+    // An empty DisplayID section has nothing to skip.
+    EXPECT_TRUE(loadEdidFile(EDIDVM_EDID_DATA_DIR "/displayid-extension.edid").notes.empty());
+    // Borders lie inside the blanking: the back porch shrinks, the rate stays.
+    const Mode plain = detailedOf(parseEdid(viewsonic(), "vp2768.edid")).front();
+    const Mode bordered = detailedOf(parseEdid(viewsonic({{{69, 4}, {70, 2}}, 0}), "vp2768.edid")).front();
+    EXPECT_EQ(std::make_tuple(bordered.hBackPorch, bordered.vBackPorch, bordered.hBorder, bordered.vBorder),
+              std::make_tuple(plain.hBackPorch - 8, plain.vBackPorch - 4, 4, 2));
+    EXPECT_DOUBLE_EQ(bordered.refreshHz, plain.refreshHz);
 }
 
 } // namespace
