@@ -1,29 +1,70 @@
 # Debian packages: liboutputedidviewmodel (the plug-in, what an integrator
 # installs on the device, arm64, or a desktop, amd64) and edidsim (the
-# simulator with its scenarios). `cpack` in a build directory makes them.
+# simulator with its scenarios), each with a -dbgsym package holding its
+# debugging symbols. `cpack` in a build directory makes them.
+# Included after the simulator's targets, which decide what edidsim ships.
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-# The multiarch directory, as the distribution's own libraries use.
-if(CMAKE_LIBRARY_ARCHITECTURE)
-  set(EDIDVM_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE})
-else()
-  set(EDIDVM_LIBDIR lib)
+set(EDIDVM_PACKAGE_MAINTAINER "outputedidviewmodel developers <edidvm@example.invalid>"
+    CACHE STRING "Maintainer field of the Debian packages")
+set(EDIDVM_DEBIAN_REVISION 1 CACHE STRING "Debian revision of the packages' version")
+set(edidvm_deb_version ${PROJECT_VERSION}-${EDIDVM_DEBIAN_REVISION})
+set(edidvm_packaging ${PROJECT_SOURCE_DIR}/packaging)
+set(edidvm_packaging_out ${PROJECT_BINARY_DIR}/packaging)
+
+# The changelog's latest entry names the version the packages carry.
+file(STRINGS ${edidvm_packaging}/changelog changelog_head LIMIT_COUNT 1)
+if(NOT changelog_head MATCHES "^outputedidviewmodel \\(${edidvm_deb_version}\\) ")
+  message(FATAL_ERROR "packaging/changelog: the latest entry is not version ${edidvm_deb_version}: ${changelog_head}")
 endif()
 
-install(TARGETS outputedidviewmodel LIBRARY DESTINATION ${EDIDVM_LIBDIR} COMPONENT plugin)
+# The licence texts go into the copyright files as DEP-5 continuation lines.
+file(READ ${PROJECT_SOURCE_DIR}/tests/sim/data/edid/LICENSE.CC-BY-4.0 cc_by)
+string(REGEX REPLACE "\n+$" "" cc_by "${cc_by}")
+string(REGEX REPLACE "\n[ \t]*\n" "\n.\n" cc_by "${cc_by}")
+string(REGEX REPLACE "\n[ \t]*\n" "\n.\n" cc_by "${cc_by}")
+string(REGEX REPLACE "[ \t]+\n" "\n" cc_by "${cc_by}")
+string(REPLACE "\n" "\n " EDIDVM_CC_BY_4_0_TEXT " ${cc_by}")
+
+# Files gzip -9n makes at build time: the same bytes on every architecture,
+# as Multi-Arch: same asks.
+configure_file(${edidvm_packaging}/edidsim.1.in ${edidvm_packaging_out}/edidsim.1 @ONLY)
+set(gzipped)
+foreach(pair changelog:changelog.Debian ${edidvm_packaging_out}/edidsim.1:edidsim.1)
+  string(REPLACE ":" ";" pair "${pair}")
+  list(GET pair 0 source)
+  list(GET pair 1 name)
+  if(NOT IS_ABSOLUTE ${source})
+    set(source ${edidvm_packaging}/${source})
+  endif()
+  add_custom_command(OUTPUT ${edidvm_packaging_out}/${name}.gz
+    COMMAND ${CMAKE_COMMAND} -E copy ${source} ${edidvm_packaging_out}/${name}
+    COMMAND gzip -9nf ${edidvm_packaging_out}/${name}
+    DEPENDS ${source} VERBATIM)
+  list(APPEND gzipped ${edidvm_packaging_out}/${name}.gz)
+endforeach()
+add_custom_target(edidvm_package_files ALL DEPENDS ${gzipped})
+
+# Debian's files of one package: copyright, changelog, lintian overrides.
+function(edidvm_package_docs component package)
+  configure_file(${edidvm_packaging}/${package}.copyright.in ${edidvm_packaging_out}/${package}/copyright @ONLY)
+  install(FILES ${edidvm_packaging_out}/${package}/copyright ${edidvm_packaging_out}/changelog.Debian.gz
+          DESTINATION share/doc/${package} COMPONENT ${component})
+  install(FILES ${edidvm_packaging}/${package}.lintian-overrides DESTINATION share/lintian/overrides
+          RENAME ${package} COMPONENT ${component})
+endfunction()
+
+install(TARGETS outputedidviewmodel LIBRARY DESTINATION ${EDIDVM_PLUGIN_INSTALL_DIR} COMPONENT plugin)
 install(FILES ${EDIDVM_TRANSLATIONS_DIR}/outputedidviewmodel_de.qm
         DESTINATION share/outputedidviewmodel/translations COMPONENT plugin)
+edidvm_package_docs(plugin liboutputedidviewmodel)
 set(components plugin)
 if(TARGET edidsim)
   install(TARGETS edidsim RUNTIME DESTINATION bin COMPONENT simulator)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/scenarios/ DESTINATION share/edidsim/scenarios COMPONENT simulator)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/messages.md ${PROJECT_SOURCE_DIR}/docs/scenarios.md
           DESTINATION share/doc/edidsim COMPONENT simulator)
-  # Installed, the simulator finds the library and scenarios installed beside
-  # it, relative to its own directory, wherever the tree is unpacked.
-  file(RELATIVE_PATH installed_plugin /bin /${EDIDVM_LIBDIR}/liboutputedidviewmodel.so)
-  target_compile_definitions(edidsim PRIVATE
-    EDIDVM_INSTALLED_PLUGIN="${installed_plugin}"
-    EDIDVM_INSTALLED_SCENARIO="../share/edidsim/scenarios/default.json")
+  install(FILES ${edidvm_packaging_out}/edidsim.1.gz DESTINATION share/man/man1 COMPONENT simulator)
+  edidvm_package_docs(simulator edidsim)
   list(APPEND components simulator)
 endif()
 
@@ -34,17 +75,46 @@ else()
 endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "outputedidviewmodel developers <edidvm@example.invalid>")
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${EDIDVM_DEBIAN_REVISION})
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${EDIDVM_PACKAGE_MAINTAINER}")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+# Strip the binaries; their symbols go into <package>-dbgsym. CPack takes the
+# toolchain's objcopy (aarch64-linux-gnu-objcopy when cross-building).
+set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
+# Runtime dependencies as dpkg-shlibdeps computes them from the binaries.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# At cpack time: dpkg-shlibdeps for the packages' architecture, and
+# Debian details CPack does not write (cmake/PackagingPostBuild.cmake).
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackagingCPack.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/PackagingPostBuild.cmake)
+set(CPACK_EDIDVM_MULTIARCH_SAME liboutputedidviewmodel liboutputedidviewmodel-dbgsym)
+
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME liboutputedidviewmodel)
-set(CPACK_DEBIAN_PLUGIN_DESCRIPTION "Output EDID view model plug-in\n The view model of the output-interface timing page, loaded by the host component framework.")
-set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS "libqt5core5a (>= 5.15), libstdc++6 (>= 12), libc6 (>= 2.34)")
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PLUGIN_DESCRIPTION "output EDID view model plug-in for the display controller's UI
+The view model of the page on which a user inspects and changes the timing
+of a display controller's output interfaces (HDMI, DP, DVI, SDI). The host
+component framework of the device's user interface loads this plug-in from
+a private plug-in directory; it depends on Qt Core only.")
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME edidsim)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION devel)
-set(CPACK_DEBIAN_SIMULATOR_DESCRIPTION "Desktop simulator for the output EDID view model\n Plays scenario files against the plug-in and prints every message it exchanges.")
-set(CPACK_DEBIAN_SIMULATOR_PACKAGE_DEPENDS
-    "liboutputedidviewmodel (= ${PROJECT_VERSION}), libqt5core5a (>= 5.15), libstdc++6 (>= 12), libc6 (>= 2.34)")
+set(edidsim_description "desktop simulator for the output EDID view model plug-in
+Plays scenario files against the output EDID view model plug-in, loaded as
+the display controller's host loads it, with a simulated device, and prints
+every message the plug-in exchanges. It also lists the modes of monitor
+EDIDs.")
+# Loaded with dlopen, so dpkg-shlibdeps cannot see it.
+set(edidsim_depends "liboutputedidviewmodel (= ${edidvm_deb_version})")
+if(TARGET edidvm::page)
+  string(APPEND edidsim_description "\n\nIt shows the device's page on the desktop, driven by the plug-in.")
+  # The QML modules the page imports, loaded at run time.
+  string(APPEND edidsim_depends ", qml-module-qtquick2, qml-module-qtquick-controls2, qml-module-qtquick-layouts,"
+         " qml-module-qtquick-window2")
+endif()
+set(CPACK_DEBIAN_SIMULATOR_DESCRIPTION "${edidsim_description}")
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_DEPENDS "${edidsim_depends}")
 include(CPack)

@@ -1,56 +1,105 @@
 #!/usr/bin/env bash
 # Makes the Debian packages in the given build directories (cpack) and checks
-# what they hold: the plug-in package ships the library for its architecture
-# and its translation, nothing else, and depends on Qt Core; the simulator
-# package ships the program and its scenarios, and the program unpacked with
-# the plug-in plays its default scenario against the unpacked library.
+# what they hold: the plug-in package ships the stripped library in its
+# private plug-in directory, its translation and Debian's files, is
+# Multi-Arch: same and depends on what dpkg-shlibdeps found; the simulator
+# package ships the stripped program, its scenarios and manual page, and the
+# program unpacked with the plug-in plays its default scenario against the
+# unpacked library; each has a -dbgsym package with the symbols of its
+# binary. lintian must report no error and no warning that the packages'
+# overrides do not justify.
 # Usage: scripts/check-packages.sh BUILD_DIR:ARCH [BUILD_DIR:ARCH ...]
 set -euo pipefail
 
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+version=$(dpkg-parsechangelog -l "$root/packaging/changelog" -S Version)
+
 fail() { echo "packages: $*" >&2; exit 1; }
+
+# Every lintian override says why, in the comment line above it.
+for overrides in "$root"/packaging/*.lintian-overrides; do
+  awk '/^[^#[:space:]]/ && prev !~ /^#/ {print FILENAME ":" FNR ": an override without its reason"; bad=1}
+       {prev=$0} END {exit bad}' "$overrides" >&2 || fail "$overrides: give each override a reason"
+done
+
+# The binary in an unpacked package is stripped, and the package's -dbgsym
+# holds the symbols under its build id.
+check_stripped() {
+  local deb=$1 binary=$2 arch=$3 unpacked id
+  unpacked=$(mktemp -d)
+  dpkg-deb -x "$deb" "$unpacked"
+  file -b "$unpacked$binary" | grep -q ', stripped' || fail "$deb: $binary is not stripped"
+  id=$(readelf -n "$unpacked$binary" | awk '/Build ID/ {print $3}')
+  rm -rf "$unpacked"
+  local dbgsym=${deb%_"${version}_${arch}".deb}-dbgsym_${version}_${arch}.ddeb
+  [ -f "$dbgsym" ] || fail "no $dbgsym"
+  grep -q "\./usr/lib/debug/\.build-id/${id:0:2}/${id:2}\.debug$" <<<"$(dpkg-deb -c "$dbgsym")" \
+    || fail "$dbgsym: no symbols for build id $id of $binary"
+}
 
 for entry in "$@"; do
   build=${entry%%:*}
   arch=${entry##*:}
-  (cd "$build" && rm -f ./*.deb && cpack -G DEB >/dev/null)
-  plugin="$build/liboutputedidviewmodel_0.1.0_${arch}.deb"
-  [ -f "$plugin" ] || fail "no plug-in package for $arch in $build"
-
-  [ "$(dpkg-deb -f "$plugin" Architecture)" = "$arch" ] || fail "$plugin: architecture is not $arch"
-  dpkg-deb -f "$plugin" Depends | grep -q 'libqt5core5a' || fail "$plugin: does not depend on libqt5core5a"
-  files=$(dpkg-deb -c "$plugin" | awk '{print $6}' | grep -v '/$' | sort)
   case "$arch" in
-    amd64) triplet=x86_64-linux-gnu ;;
-    arm64) triplet=aarch64-linux-gnu ;;
+    amd64) machine_name=X86-64 ;;
+    arm64) machine_name=AArch64 ;;
     *) fail "unknown architecture $arch" ;;
   esac
-  expected=$(printf '%s\n' "./usr/lib/$triplet/liboutputedidviewmodel.so" \
-    "./usr/share/outputedidviewmodel/translations/outputedidviewmodel_de.qm" | sort)
+  (cd "$build" && rm -f ./*.deb ./*.ddeb && cpack -G DEB >/dev/null)
+  plugin_dir=$(sed -n 's/^EDIDVM_PLUGIN_INSTALL_DIR:[A-Z]*=//p' "$build/CMakeCache.txt")
+  library=/usr/$plugin_dir/liboutputedidviewmodel.so
+
+  plugin="$build/liboutputedidviewmodel_${version}_${arch}.deb"
+  [ -f "$plugin" ] || fail "no plug-in package for $arch in $build"
+  [ "$(dpkg-deb -f "$plugin" Architecture)" = "$arch" ] || fail "$plugin: architecture is not $arch"
+  [ "$(dpkg-deb -f "$plugin" Multi-Arch)" = same ] || fail "$plugin: not Multi-Arch: same"
+  # Computed from the library: Qt Core, and the C and C++ runtimes.
+  depends=$(dpkg-deb -f "$plugin" Depends)
+  for needed in libqt5core5a libstdc++6 libgcc-s1 libc6; do
+    grep -q "\b$needed (>= " <<<"$depends" || fail "$plugin: Depends lacks $needed: $depends"
+  done
+  files=$(dpkg-deb -c "$plugin" | awk '{print $6}' | grep -v '/$' | sort)
+  expected=$(printf '%s\n' ".$library" \
+    "./usr/share/outputedidviewmodel/translations/outputedidviewmodel_de.qm" \
+    ./usr/share/doc/liboutputedidviewmodel/{copyright,changelog.Debian.gz} \
+    "./usr/share/lintian/overrides/liboutputedidviewmodel" | sort)
   [ "$files" = "$expected" ] || fail "$plugin holds:
 $files
 expected exactly:
 $expected"
   unpacked=$(mktemp -d)
   dpkg-deb -x "$plugin" "$unpacked"
-  machine=$(readelf -h "$unpacked/usr/lib/$triplet/liboutputedidviewmodel.so" | awk -F: '/Machine/ {print $2}')
+  machine=$(readelf -h "$unpacked$library" | awk -F: '/Machine/ {print $2}')
   rm -rf "$unpacked"
-  case "$arch:$machine" in
-    amd64:*X86-64*|arm64:*AArch64*) ;;
-    *) fail "$plugin: library built for$machine" ;;
-  esac
-  echo "packages: $(basename "$plugin") holds the $arch library and its translation"
+  [[ "$machine" == *"$machine_name"* ]] || fail "$plugin: library built for$machine"
+  check_stripped "$plugin" "$library" "$arch"
+  echo "packages: $(basename "$plugin") holds the stripped $arch library in $(dirname "$library"), its translation and symbols package"
+  echo "packages: $(basename "$plugin") Depends: $depends"
 
-  simulator="$build/edidsim_0.1.0_${arch}.deb"
+  simulator="$build/edidsim_${version}_${arch}.deb"
   if [ -f "$simulator" ]; then
     listing=$(dpkg-deb -c "$simulator" | awk '{print $6}')
-    grep -qx './usr/bin/edidsim' <<<"$listing" || fail "$simulator: no usr/bin/edidsim"
-    grep -qx './usr/share/edidsim/scenarios/default.json' <<<"$listing" || fail "$simulator: no default scenario"
-    dpkg-deb -f "$simulator" Depends | grep -q 'liboutputedidviewmodel (= 0.1.0)' \
-      || fail "$simulator: does not depend on the plug-in package"
+    for path in ./usr/bin/edidsim ./usr/share/edidsim/scenarios/default.json ./usr/share/man/man1/edidsim.1.gz \
+      ./usr/share/doc/edidsim/copyright ./usr/share/doc/edidsim/changelog.Debian.gz; do
+      grep -qx "$path" <<<"$listing" || fail "$simulator: no $path"
+    done
     [ "$(dpkg-deb -f "$simulator" Architecture)" = "$arch" ] || fail "$simulator: architecture is not $arch"
+    depends=$(dpkg-deb -f "$simulator" Depends)
+    grep -q "liboutputedidviewmodel (= $version)" <<<"$depends" \
+      || fail "$simulator: does not depend on the plug-in package: $depends"
+    grep -q '\blibqt5core5a (>= ' <<<"$depends" || fail "$simulator: Depends lacks libqt5core5a: $depends"
     unpacked=$(mktemp -d)
     dpkg-deb -x "$plugin" "$unpacked"
     dpkg-deb -x "$simulator" "$unpacked"
+    # The page's QML modules are loaded at run time: no library names them.
+    if readelf -d "$unpacked/usr/bin/edidsim" | grep -q 'libQt5Quick\.so'; then
+      for module in qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts \
+        qml-module-qtquick-window2; do
+        grep -q "\b$module\b" <<<"$depends" || { rm -rf "$unpacked"; fail "$simulator: Depends lacks $module"; }
+      done
+    fi
+    grep -q '^License: CC-BY-4.0$' "$unpacked/usr/share/doc/edidsim/copyright" \
+      || { rm -rf "$unpacked"; fail "$simulator: the copyright file lacks the EDIDs' licence"; }
     run=()
     [ "$arch" = arm64 ] && [ "$(uname -m)" != aarch64 ] && run=(qemu-aarch64 -L /)
     # A broken unpacked library must fail to load: proof that the program
@@ -58,14 +107,22 @@ $expected"
     played=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) \
       || { rm -rf "$unpacked"; fail "$simulator: the unpacked program fails:
 $played"; }
-    echo 'not a library' >"$unpacked/usr/lib/$triplet/liboutputedidviewmodel.so"
+    echo 'not a library' >"$unpacked$library"
     status=0
     broken=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) || status=$?
     rm -rf "$unpacked"
     grep -q '== scenario default.json' <<<"$played" || fail "$simulator: the default scenario was not played"
-    [ "$status" = 3 ] && grep -q "/usr/lib/$triplet/liboutputedidviewmodel.so: cannot be loaded" <<<"$broken" \
+    [ "$status" = 3 ] && grep -q "$library: cannot be loaded" <<<"$broken" \
       || fail "$simulator: the unpacked program does not load the unpacked library:
 $broken"
-    echo "packages: $(basename "$simulator") holds the simulator and its scenarios, and plays them unpacked"
+    check_stripped "$simulator" /usr/bin/edidsim "$arch"
+    echo "packages: $(basename "$simulator") holds the stripped simulator, its scenarios and manual page, and plays them unpacked"
+    echo "packages: $(basename "$simulator") Depends: $depends"
   fi
+
+  # Overrides shipped in the packages justify each warning they silence.
+  debs=("$build"/*.deb "$build"/*.ddeb)
+  lintian --fail-on error,warning "${debs[@]}" \
+    || fail "lintian reports errors or unjustified warnings for the $arch packages"
+  echo "packages: lintian passes the $arch packages: $(cd "$build" && echo *.deb *.ddeb)"
 done

@@ -15,7 +15,7 @@ packages=(
   build-essential cmake ninja-build pkg-config binutils file dpkg-dev
   qtbase5-dev qttools5-dev-tools
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
-  edid-decode gcovr
+  edid-decode gcovr lintian
 )
 if [ "$native_only" -eq 0 ]; then
   if ! dpkg --print-foreign-architectures | grep -qx arm64; then
