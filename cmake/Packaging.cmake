@@ -27,9 +27,9 @@ string(REPLACE "\n" "\n " EDIDVM_CC_BY_4_0_TEXT " ${cc_by}")
 
 # Files gzip -9n makes at build time: the same bytes on every architecture,
 # as Multi-Arch: same asks.
-configure_file(${edidvm_packaging}/edidsim.1.in ${edidvm_packaging_out}/edidsim.1 @ONLY)
+configure_file(${edidvm_packaging}/edidsim.1.in ${edidvm_packaging_out}/configured/edidsim.1 @ONLY)
 set(gzipped)
-foreach(pair changelog:changelog.Debian ${edidvm_packaging_out}/edidsim.1:edidsim.1)
+foreach(pair changelog:changelog.Debian ${edidvm_packaging_out}/configured/edidsim.1:edidsim.1)
   string(REPLACE ":" ";" pair "${pair}")
   list(GET pair 0 source)
   list(GET pair 1 name)
