@@ -80,7 +80,8 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${EDIDVM_PACKAGE_MAINTAINER}")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+# gzip: the symbols packages are large, and xz costs the test command half a minute.
+set(CPACK_DEBIAN_COMPRESSION_TYPE gzip)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # Strip the binaries; their symbols go into <package>-dbgsym. CPack takes the
 # toolchain's objcopy (aarch64-linux-gnu-objcopy when cross-building).

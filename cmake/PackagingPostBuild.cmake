@@ -54,7 +54,7 @@ foreach(file IN LISTS made)
     endforeach()
     file(WRITE ${tree}/DEBIAN/md5sums "${sums}")
   endif()
-  execute_process(COMMAND dpkg-deb --root-owner-group -Zxz --build ${tree} ${file} OUTPUT_QUIET
+  execute_process(COMMAND dpkg-deb --root-owner-group -Zgzip --build ${tree} ${file} OUTPUT_QUIET
                   COMMAND_ERROR_IS_FATAL ANY)
   file(REMOVE_RECURSE ${tree})
 endforeach()
