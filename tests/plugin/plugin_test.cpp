@@ -72,6 +72,22 @@ TEST(Plugin, PluginitBeforeAfterAndTwice)
     }
 }
 
+// The configuration services the view model calls, by raw position: no
+// other suite checks their declarations.
+TEST(Slots, ConfigurationServicesAnswerAtTheirPositions)
+{
+    Host host;
+    host.deviceConfig().setAnswer([](std::int32_t slot) { return slot * 10; });
+    host.subcardConfig().setAnswer([](std::int32_t subcard, std::int32_t key, std::int32_t param) {
+        return std::vector<int>{subcard, key, param};
+    });
+    kpf::IHostApi* api = &host.api();
+    // API: 3 findService; device: 6 subcardOfSlot; subcard: 8 relatedConnectors.
+    EXPECT_EQ(callSlot<std::int32_t>(callSlot<void*>(api, 3, "deviceconfigmanager"), 6, 4), 40);
+    EXPECT_EQ(callSlot<std::vector<int>>(callSlot<void*>(api, 3, "subcardconfigmanager"), 8, 1, 2, -1),
+              (std::vector<int>{1, 2, -1}));
+}
+
 TEST(Slots, TheComponentTableAndTheLibrarysHandlerAnswerAtTheirPositions)
 {
     Host host;
