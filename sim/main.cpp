@@ -8,6 +8,9 @@
 #include "sim/player.h"
 #include "sim/scenario.h"
 #include "sim/trace.h"
+#ifdef EDIDVM_HAVE_PAGE
+#include "page/pagesession.h"
+#endif
 
 #include <CLI/CLI.hpp>
 #include <QString>
@@ -37,6 +40,12 @@
 // Relative to the installed program's directory.
 #ifndef EDIDVM_INSTALLED_PLUGIN
 #define EDIDVM_INSTALLED_PLUGIN "../lib/liboutputedidviewmodel.so"
+#endif
+#ifndef EDIDVM_BUILD_TRANSLATIONS
+#define EDIDVM_BUILD_TRANSLATIONS "."
+#endif
+#ifndef EDIDVM_INSTALLED_TRANSLATIONS
+#define EDIDVM_INSTALLED_TRANSLATIONS "../share/outputedidviewmodel/translations"
 #endif
 #ifndef EDIDVM_INSTALLED_SCENARIO
 #define EDIDVM_INSTALLED_SCENARIO "../share/edidsim/scenarios/default.json"
@@ -100,6 +109,17 @@ int main(int argc, char** argv)
 {
     if (argc > 1 && std::string(argv[1]) == "decode")
         return edidvm::sim::decodeCommand(argc - 1, argv + 1);
+    if (argc > 1 && std::string(argv[1]) == "page") {
+#ifdef EDIDVM_HAVE_PAGE
+        return edidvm::page::pageCommand(argc - 1, argv + 1,
+                                         {ownFile(EDIDVM_DEFAULT_PLUGIN, EDIDVM_INSTALLED_PLUGIN),
+                                          ownFile(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO),
+                                          ownFile(EDIDVM_BUILD_TRANSLATIONS, EDIDVM_INSTALLED_TRANSLATIONS)});
+#else
+        std::fprintf(stderr, "edidsim: this build has no page (Qt Quick was not found when it was built)\n");
+        return BadInput;
+#endif
+    }
     CLI::App app("Plays a scenario against the output EDID view model: the simulated device answers its queries, "
                  "the page sends the steps, and every message crossing the component's boundary is traced.",
                  "edidsim");

@@ -120,6 +120,17 @@ void Player::applyHostBehaviour()
 
 int Player::run()
 {
+    start();
+    int failed = 0;
+    for (std::size_t index = 0; index < m_scenario.steps.size(); ++index) {
+        if (!playStep(index))
+            ++failed;
+    }
+    return failed + finish();
+}
+
+void Player::start()
+{
     m_device.setState(m_scenario.device);
     // Runs while the sender's payload is alive: vector objects and
     // envelopes are decoded in place.
@@ -134,6 +145,8 @@ int Player::run()
             m_boxShown = true;
         }
         m_trace.entry(entry);
+        for (const Observer& observer : m_observers)
+            observer(sent, data);
     });
 
     traceDescription();
@@ -151,26 +164,37 @@ int Player::run()
     m_trace.takeOutputs();
     m_trace.takeWarnings();
     m_host.recorder().clear();
+}
 
-    int failed = 0;
-    for (std::size_t index = 0; index < m_scenario.steps.size(); ++index) {
-        const Step& step = m_scenario.steps[index];
-        m_trace.heading("step " + std::to_string(index) + " " + step.name + (step.note.empty() ? "" : ": " + step.note),
-                        {{"step", index}, {"do", step.name}, {"note", step.note}});
-        play(step);
-        m_host.recorder().clear();
-        if (!check(index, step))
-            ++failed;
-    }
+bool Player::playStep(std::size_t index)
+{
+    const Step& step = m_scenario.steps.at(index);
+    m_trace.heading("step " + std::to_string(index) + " " + step.name + (step.note.empty() ? "" : ": " + step.note),
+                    {{"step", index}, {"do", step.name}, {"note", step.note}});
+    play(step);
+    m_host.recorder().clear();
+    return check(index, step);
+}
+
+void Player::act(const Step& step, const std::string& heading)
+{
+    m_trace.heading(heading, {{"page", step.name}});
+    play(step);
+    m_host.recorder().clear();
+    m_trace.takeOutputs();
+    m_trace.takeWarnings();
+}
+
+int Player::finish()
+{
     m_host.recorder().setHook(nullptr);
     // A host that answered elsewhere owns those lists: the component must
     // have left them as they were.
     const std::string changed = m_host.keptEnvelopesChanged();
-    if (!changed.empty()) {
-        m_trace.note("host: " + changed);
-        ++failed;
-    }
-    return failed;
+    if (changed.empty())
+        return 0;
+    m_trace.note("host: " + changed);
+    return 1;
 }
 
 void Player::traceDescription()

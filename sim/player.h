@@ -10,6 +10,9 @@
 #include "sim/trace.h"
 #include "viewmodel/viewmodelrecords.h"
 
+#include <functional>
+#include <vector>
+
 namespace edidvm {
 namespace sim {
 
@@ -24,6 +27,23 @@ public:
     // Starts the component and plays every step. Returns how many steps
     // did not meet their expectations.
     int run();
+
+    // run() in parts, for a page that plays steps one at a time.
+    void start();
+    // Plays the scenario's step; false when it did not meet its expectations.
+    bool playStep(std::size_t index);
+    // Returns 1 when a host that kept envelopes found them changed.
+    int finish();
+    // Delivers a step made elsewhere (a user's action on the page), under
+    // its own heading; nothing is expected of it.
+    void act(const Step& step, const std::string& heading);
+
+    // Called with every message the component sends, while its payload lives.
+    using Observer = std::function<void(const host::SentMessage&, const void*)>;
+    void addObserver(Observer observer) { m_observers.push_back(std::move(observer)); }
+    const SimulatedDevice& device() const { return m_device; }
+    // The last confirmation the component raised; none before the first.
+    const Model::s_MessageBoxRequest* lastBox() const { return m_boxShown ? &m_lastBox : nullptr; }
 
 private:
     // The scenario's host variation, and what the host delivers on its own.
@@ -41,6 +61,7 @@ private:
     SimulatedDevice m_device;
     Model::s_MessageBoxRequest m_lastBox; // the last confirmation the component raised
     bool m_boxShown = false;
+    std::vector<Observer> m_observers;
 };
 
 // Whether every field of expected is in actual with the same value; lists

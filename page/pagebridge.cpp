@@ -1,0 +1,380 @@
+#include "page/pagebridge.h"
+
+#include "protomodel/constants.h"
+#include "protomodel/interfacerecords.h"
+#include "protomodel/queryinfo.h"
+#include "sim/decode.h"
+#include "viewmodel/viewmodelrecords.h"
+
+#include <QVariantMap>
+
+#include <algorithm>
+#include <cstring>
+
+namespace edidvm {
+namespace page {
+
+using namespace LCD::ProtoModel::Interface;
+
+namespace {
+// The numbers the page reacts to.
+enum : std::uint32_t {
+    SetCurrentInterface = 0xFC021009u,
+    RefreshTiming = 0xFC00060Au,
+    ThumbCheckRequest = 0xFC000605u,
+    ThumbChoice = 0xFC00060Cu,
+    ReferenceChoice = 0xFC00060Du,
+    InUseAsked = 0xFC000617u,
+    BoxAnswer = 0xFC000620u,
+    DetailTiming = 0xFC020607u,
+    ThumbTiming = 0xFC020608u,
+    AdoptedInterface = 0xFC001009u,
+    TimingNotice = 0xFC030606u,
+    ThumbCheckResults = 0xFC020603u,
+    DetailCheckResults = 0xFC020604u,
+    ChangedDetail = 0xFC030601u,
+    ChangedThumb = 0xFC030602u,
+    Confirmation = 0xFC030605u,
+    CommittedThumb = 0xFC020611u,
+    InUse = 0xFC02060Eu,
+    ShowWaiting = 0xFC0C0C0Fu,
+    HideWaiting = 0xFC0C0C10u,
+    MessageBox = 0xFC0C0C12u,
+};
+
+template <typename Record>
+bool read(const void* data, int size, Record& record)
+{
+    if (data == nullptr || size != static_cast<int>(sizeof(Record)))
+        return false;
+    std::memcpy(&record, data, sizeof record);
+    return true;
+}
+
+QString timing(std::int32_t width, std::int32_t height, float refresh)
+{
+    return QString::fromStdString(sim::timingText(width, height, refresh));
+}
+
+QString interfaceText(const s_InterfaceList& entry)
+{
+    const auto type = static_cast<LCD::Enum::Interface::ConnectorType>(entry.stAuxiliaryInfo.interfaceType);
+    const QString name = LCD::Constants::g_mapConnectorTypeName.value(
+        type, QStringLiteral("type %1").arg(entry.stAuxiliaryInfo.interfaceType));
+    return QStringLiteral("%1  slot %2, connector %3  (interface %4)")
+        .arg(name)
+        .arg(entry.slotId)
+        .arg(entry.connectorId)
+        .arg(entry.interfaceId);
+}
+
+QString verdictText(const s_TimigCheckResult& verdict)
+{
+    QString text = QStringLiteral("interface %1: bandwidth %2 of %3")
+                       .arg(verdict.interfaceId)
+                       .arg(verdict.bandwidthNeeded)
+                       .arg(verdict.bandwidthLimit);
+    if (verdict.maxFrameRate != 0)
+        text += QStringLiteral(", up to %1 Hz").arg(verdict.maxFrameRate / 100.0, 0, 'f', 2);
+    return text;
+}
+} // namespace
+
+QString fieldText(const char* text, std::size_t capacity)
+{
+    if (text == nullptr)
+        return {};
+    std::size_t length = 0;
+    while (length < capacity && text[length] != '\0')
+        ++length;
+    // Back up over a last character whose bytes do not all fit.
+    std::size_t start = length;
+    while (start > 0 && (static_cast<unsigned char>(text[start - 1]) & 0xC0u) == 0x80u)
+        --start;
+    if (start > 0) {
+        const auto lead = static_cast<unsigned char>(text[start - 1]);
+        const std::size_t needed = lead >= 0xF0u ? 4 : lead >= 0xE0u ? 3 : lead >= 0xC0u ? 2 : 1;
+        if (needed > 1 && length - (start - 1) < needed)
+            length = start - 1;
+    }
+    return QString::fromUtf8(text, static_cast<int>(length));
+}
+
+PageBridge::PageBridge(sim::Player& player, const sim::Scenario& scenario, QObject* parent)
+    : QObject(parent), m_player(player), m_scenario(scenario)
+{
+    m_player.addObserver(
+        [this](const host::SentMessage& sent, const void* data) { received(sent.number, data, sent.size); });
+    updateDevice();
+}
+
+QString PageBridge::currentText() const
+{
+    for (const QVariant& item : m_interfaces) {
+        const QVariantMap entry = item.toMap();
+        if (entry.value(QStringLiteral("id")).toInt() == m_current)
+            return entry.value(QStringLiteral("text")).toString();
+    }
+    return m_current == 0 ? QStringLiteral("no interface chosen")
+                          : QStringLiteral("interface %1 is not on the device").arg(m_current);
+}
+
+void PageBridge::received(std::uint32_t number, const void* data, int size)
+{
+    switch (number) {
+    case DetailTiming:
+    case ChangedDetail: {
+        s_TimingDetailInfo detail;
+        if (read(data, size, detail))
+            m_detail = timing(detail.width, detail.height, detail.refresh);
+        break;
+    }
+    case ThumbTiming:
+    case ChangedThumb:
+    case CommittedThumb: {
+        s_ThumbTimingInfo thumb;
+        if (read(data, size, thumb))
+            m_thumb = timing(thumb.width, thumb.height, thumb.refresh);
+        break;
+    }
+    case TimingNotice: {
+        Model::s_InterfaceTimingNotice notice;
+        if (read(data, size, notice))
+            m_notice = QStringLiteral("%1 %2 %3 %4")
+                           .arg(notice.noticeWord0)
+                           .arg(notice.noticeWord1)
+                           .arg(notice.noticeWord2)
+                           .arg(notice.noticeWord3);
+        break;
+    }
+    case AdoptedInterface: {
+        std::int32_t id = 0;
+        if (read(data, size, id))
+            m_current = id;
+        break;
+    }
+    case InUse:
+        if (data != nullptr && size == 1)
+            m_inUse = *static_cast<const std::uint8_t*>(data) != 0 ? QStringLiteral("yes") : QStringLiteral("no");
+        break;
+    case ThumbCheckResults:
+    case DetailCheckResults:
+        // A vector object in the sender's memory, read while it lives.
+        if (data != nullptr && size == static_cast<int>(sizeof(s_TimigCheckResultArry))) {
+            m_verdicts.clear();
+            for (const s_TimigCheckResult& verdict : *static_cast<const s_TimigCheckResultArry*>(data)) {
+                const bool over = verdict.overBandwidth != 0 || verdict.bandwidthNeeded > verdict.bandwidthLimit;
+                m_verdicts.push_back(QVariantMap{{QStringLiteral("text"), verdictText(verdict)},
+                                                 {QStringLiteral("over"), over}});
+            }
+            m_verdictsOf = number == ThumbCheckResults ? QStringLiteral("thumb") : QStringLiteral("detail");
+        }
+        break;
+    case Confirmation: {
+        Model::s_MessageBoxRequest box;
+        if (read(data, size, box)) {
+            m_confirmVisible = true;
+            m_confirmBox = box.boxId;
+            m_confirmText = fieldText(box.text, sizeof box.text);
+        }
+        break;
+    }
+    case MessageBox: {
+        Model::s_MessageBoxRequest box;
+        if (read(data, size, box)) {
+            m_warningVisible = true;
+            m_warningText = fieldText(box.text, sizeof box.text);
+        }
+        break;
+    }
+    case ShowWaiting:
+        m_waiting = true;
+        m_waitingText = fieldText(static_cast<const char*>(data), size > 0 ? static_cast<std::size_t>(size) : 0);
+        break;
+    case HideWaiting:
+        m_waiting = false;
+        break;
+    default:
+        return;
+    }
+    emit changed();
+}
+
+void PageBridge::updateDevice()
+{
+    const sim::Device& device = m_player.device().state();
+    m_interfaces.clear();
+    for (const s_InterfaceList& entry : device.interfaces) {
+        m_interfaces.push_back(QVariantMap{
+            {QStringLiteral("id"), entry.interfaceId},
+            {QStringLiteral("text"), interfaceText(entry)},
+            {QStringLiteral("inUse"), !entry.stAuxiliaryInfo.usedByScreen.empty()},
+        });
+    }
+    m_candidates.clear();
+    const auto current = std::find_if(device.interfaces.begin(), device.interfaces.end(),
+                                      [this](const s_InterfaceList& entry) { return entry.interfaceId == m_current; });
+    if (current == device.interfaces.end())
+        return;
+    const s_ThumbTimingInfo& own = current->stThumbTiming;
+    if (own.width > 0 && own.height > 0) {
+        m_candidates.push_back(QVariantMap{{QStringLiteral("text"), QStringLiteral("device: ") +
+                                                                        timing(own.width, own.height, own.refresh)},
+                                           {QStringLiteral("width"), own.width},
+                                           {QStringLiteral("height"), own.height},
+                                           {QStringLiteral("refresh"), own.refresh},
+                                           {QStringLiteral("enabled"), true}});
+    }
+    const auto edid = device.edid.find(m_current);
+    if (edid == device.edid.end())
+        return;
+    for (const sim::EdidTiming& mode : edid->second) {
+        m_candidates.push_back(QVariantMap{{QStringLiteral("text"), QStringLiteral("EDID: ") +
+                                                                        QString::fromStdString(mode.text)},
+                                           {QStringLiteral("width"), mode.width},
+                                           {QStringLiteral("height"), mode.height},
+                                           {QStringLiteral("refresh"), mode.refresh},
+                                           {QStringLiteral("enabled"), mode.refused.empty()},
+                                           {QStringLiteral("reason"), QString::fromStdString(mode.refused)}});
+    }
+}
+
+void PageBridge::before(const sim::Step& step)
+{
+    // A warning box stays until the user goes on; a confirmation until it
+    // is answered.
+    m_warningVisible = false;
+    if (step.action == sim::Action::Answer)
+        m_confirmVisible = false;
+    if (step.action == sim::Action::Current) {
+        m_current = step.interfaceId;
+        m_inUse.clear();
+    }
+}
+
+bool PageBridge::playNext()
+{
+    if (m_next >= m_scenario.steps.size())
+        return false;
+    const std::size_t index = m_next++;
+    const sim::Step& step = m_scenario.steps[index];
+    before(step);
+    m_status = QStringLiteral("step %1 of %2: %3")
+                   .arg(index + 1)
+                   .arg(m_scenario.steps.size())
+                   .arg(QString::fromStdString(step.name + (step.note.empty() ? "" : " (" + step.note + ")")));
+    const bool met = m_player.playStep(index);
+    updateDevice();
+    emit changed();
+    return met;
+}
+
+void PageBridge::act(const sim::Step& step, const QString& what)
+{
+    before(step);
+    m_status = what;
+    m_player.act(step, "page: " + what.toStdString());
+    updateDevice();
+    emit changed();
+}
+
+void PageBridge::selectInterface(int id)
+{
+    sim::Step step;
+    step.action = sim::Action::Current;
+    step.name = "current";
+    step.number = SetCurrentInterface;
+    step.interfaceId = id;
+    act(step, QStringLiteral("interface %1 made current").arg(id));
+    sim::Step asked;
+    asked.action = sim::Action::InUse;
+    asked.name = "inUse";
+    asked.number = InUseAsked;
+    act(asked, QStringLiteral("interface %1 made current").arg(id));
+}
+
+void PageBridge::refresh()
+{
+    sim::Step step;
+    step.action = sim::Action::Refresh;
+    step.name = "refresh";
+    step.number = RefreshTiming;
+    act(step, QStringLiteral("refreshed"));
+}
+
+void PageBridge::checkTimings()
+{
+    sim::Step step;
+    step.action = sim::Action::ThumbCheck;
+    step.name = "thumbCheck";
+    step.number = ThumbCheckRequest;
+    for (const QVariant& item : m_candidates) {
+        const QVariantMap candidate = item.toMap();
+        if (!candidate.value(QStringLiteral("enabled")).toBool())
+            continue;
+        s_ThumbTimigCheck check;
+        check.interfaceId = m_current;
+        check.stThumbTiming.width = candidate.value(QStringLiteral("width")).toInt();
+        check.stThumbTiming.height = candidate.value(QStringLiteral("height")).toInt();
+        check.stThumbTiming.refresh = candidate.value(QStringLiteral("refresh")).toFloat();
+        step.thumbChecks.push_back(check);
+    }
+    act(step, QStringLiteral("%1 timing(s) checked").arg(step.thumbChecks.size()));
+}
+
+void PageBridge::choose(int candidate, bool thumb)
+{
+    if (candidate < 0 || candidate >= m_candidates.size())
+        return;
+    const QVariantMap chosen = m_candidates.at(candidate).toMap();
+    if (!chosen.value(QStringLiteral("enabled")).toBool())
+        return;
+    const auto fill = [&chosen](auto& record) {
+        record.width = chosen.value(QStringLiteral("width")).toInt();
+        record.height = chosen.value(QStringLiteral("height")).toInt();
+        record.refresh = chosen.value(QStringLiteral("refresh")).toFloat();
+    };
+    sim::Step step;
+    step.action = thumb ? sim::Action::ChooseThumb : sim::Action::ChooseReference;
+    step.name = thumb ? "chooseThumb" : "chooseReference";
+    step.number = thumb ? ThumbChoice : ReferenceChoice;
+    step.thumbChoice.interfaceId = m_current;
+    step.referenceChoice.interfaceId = m_current;
+    fill(step.thumbChoice.stThumbTiming);
+    fill(step.referenceChoice.stTimingDetail);
+    act(step, QStringLiteral("%1 chosen as the %2 timing")
+                  .arg(chosen.value(QStringLiteral("text")).toString(),
+                       thumb ? QStringLiteral("thumb") : QStringLiteral("reference")));
+}
+
+void PageBridge::chooseThumb(int candidate)
+{
+    choose(candidate, true);
+}
+
+void PageBridge::chooseReference(int candidate)
+{
+    choose(candidate, false);
+}
+
+void PageBridge::answer(bool accept)
+{
+    if (!m_confirmVisible)
+        return;
+    sim::Step step;
+    step.action = sim::Action::Answer;
+    step.name = "answer";
+    step.number = BoxAnswer;
+    step.accept = accept;
+    step.box = m_confirmBox;
+    act(step, accept ? QStringLiteral("confirmed") : QStringLiteral("declined"));
+}
+
+void PageBridge::dismissWarning()
+{
+    m_warningVisible = false;
+    emit changed();
+}
+
+} // namespace page
+} // namespace edidvm

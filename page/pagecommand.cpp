@@ -1,0 +1,161 @@
+// edidsim page: the page on a display, or its pictures step by step.
+
+#include "page/pagesession.h"
+
+#include <CLI/CLI.hpp>
+#include <QByteArray>
+#include <QDir>
+#include <QGuiApplication>
+#include <QQuickWindow>
+#include <QTranslator>
+#include <QtGlobal>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <unistd.h>
+
+namespace edidvm {
+namespace page {
+
+namespace {
+enum ExitCode { Passed = 0, ExpectationsNotMet = 1, BadInput = 2, PluginNotLoaded = 3 };
+
+sim::Trace* g_trace = nullptr;
+QtMessageHandler g_previous = nullptr;
+
+// The component's warnings (category "default", with its source file) go
+// into the trace; what Qt Quick says goes where it always goes.
+void logToTrace(QtMsgType type, const QMessageLogContext& context, const QString& text)
+{
+    if (g_trace != nullptr && context.file != nullptr && context.category != nullptr &&
+        std::strcmp(context.category, "default") == 0) {
+        g_trace->warning({context.function != nullptr ? context.function : "", text.toStdString()});
+        return;
+    }
+    if (g_previous != nullptr)
+        g_previous(type, context, text);
+}
+
+// "step-03-answer.png"
+QString pictureName(std::size_t index, const std::string& kind)
+{
+    return QStringLiteral("step-%1-%2.png").arg(index, 2, 10, QLatin1Char('0')).arg(QString::fromStdString(kind));
+}
+
+// Plays every step and writes the page as it stands after each.
+int screenshots(PageSession& session, const sim::Scenario& scenario, sim::Trace& trace, const std::string& dir)
+{
+    int failed = 0;
+    session.window()->show();
+    for (std::size_t index = 0; index < scenario.steps.size(); ++index) {
+        if (!session.bridge().playNext())
+            ++failed;
+        QCoreApplication::processEvents();
+        const QString name = pictureName(index, scenario.steps[index].name);
+        const QImage picture = session.picture();
+        const QString file = QDir(QString::fromStdString(dir)).filePath(name);
+        if (picture.isNull() || !picture.save(file)) {
+            std::fprintf(stderr, "edidsim: %s: the page could not be written\n", file.toLocal8Bit().constData());
+            return BadInput;
+        }
+        trace.note("picture " + name.toStdString());
+    }
+    return failed;
+}
+} // namespace
+
+int pageCommand(int argc, char** argv, const PageDefaults& defaults)
+{
+    CLI::App app("Opens the desktop page on the output EDID view model, with the scenario's simulated device "
+                 "behind it; every message it exchanges is traced.",
+                 "edidsim page");
+    std::string file = defaults.scenario;
+    std::string plugin = defaults.plugin;
+    std::string lang;
+    std::string dir;
+    bool json = false;
+    app.add_option("scenario", file, "the scenario file (JSON): its device, and the steps the page can play")
+        ->capture_default_str();
+    app.add_option("--plugin", plugin, "the plug-in library to load")->capture_default_str();
+    app.add_option("--lang", lang, "install the component's translation for this language, e.g. de");
+    app.add_option("--screenshots", dir,
+                   "play the scenario without a display and write the page after each step into this directory, "
+                   "one PNG a step");
+    app.add_flag("--json", json, "print the trace as JSON Lines");
+    app.footer("Exit status: 0 every expectation met, 1 an expectation not met, 2 a bad scenario, command line or "
+               "picture directory, 3 a plug-in that does not load.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? Passed : BadInput;
+    }
+
+    sim::Scenario scenario;
+    try {
+        scenario = sim::loadScenario(file);
+    } catch (const sim::ScenarioError& error) {
+        std::fprintf(stderr, "edidsim: %s\n", error.what());
+        return BadInput;
+    }
+    if (!dir.empty()) {
+        std::error_code error;
+        std::filesystem::create_directories(dir, error);
+        if (error || !std::filesystem::is_directory(dir)) {
+            std::fprintf(stderr, "edidsim: %s: not a directory the pictures can be written to\n", dir.c_str());
+            return BadInput;
+        }
+        // No display needed; the software renderer draws the same on every machine.
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+            qputenv("QT_QUICK_BACKEND", "software");
+    }
+
+    int qtArgc = 1;
+    char* qtArgv[] = {argv[0], nullptr};
+    QGuiApplication application(qtArgc, qtArgv);
+    QTranslator translator;
+    if (!lang.empty()) {
+        const QString name = QStringLiteral("outputedidviewmodel_") + QString::fromStdString(lang);
+        if (!translator.load(name, QString::fromStdString(defaults.translations))) {
+            std::fprintf(stderr, "edidsim: no translation %s.qm in %s\n", name.toLocal8Bit().constData(),
+                         defaults.translations.c_str());
+            return BadInput;
+        }
+        QCoreApplication::installTranslator(&translator);
+    }
+
+    const bool colour = !json && isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+    sim::Trace trace(stdout, json, colour);
+    g_trace = &trace;
+    g_previous = qInstallMessageHandler(logToTrace);
+    int status = Passed;
+    {
+        PageSession session(scenario, trace);
+        if (!session.open(plugin)) {
+            std::fprintf(stderr, "edidsim: %s\n",
+                         session.error().empty() ? "the page could not be made" : session.error().c_str());
+            status = session.error().empty() ? BadInput : PluginNotLoaded;
+        } else if (!dir.empty()) {
+            status = screenshots(session, scenario, trace, dir);
+            if (status != BadInput)
+                status = session.close() + status == 0 ? Passed : ExpectationsNotMet;
+        } else {
+            // As another component would, the device makes its first interface current.
+            const auto& interfaces = session.bridge().interfaces();
+            if (!interfaces.isEmpty())
+                session.bridge().selectInterface(interfaces.first().toMap().value(QStringLiteral("id")).toInt());
+            session.window()->show();
+            QGuiApplication::exec();
+            status = session.close() == 0 ? Passed : ExpectationsNotMet;
+        }
+    }
+    qInstallMessageHandler(g_previous);
+    g_trace = nullptr;
+    return status;
+}
+
+} // namespace page
+} // namespace edidvm

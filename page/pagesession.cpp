@@ -1,0 +1,87 @@
+#include "page/pagesession.h"
+
+#include <QEventLoop>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickItem>
+#include <QQuickItemGrabResult>
+#include <QQuickWindow>
+#include <QTimer>
+#include <QUrl>
+
+// Resources of a static library are registered by hand, outside any namespace.
+static void initPageResources()
+{
+    Q_INIT_RESOURCE(page);
+}
+
+namespace edidvm {
+namespace page {
+
+PageSession::PageSession(const sim::Scenario& scenario, sim::Trace& trace) : m_scenario(scenario), m_trace(trace)
+{
+    initPageResources();
+}
+
+PageSession::~PageSession()
+{
+    close();
+    // The page reads the bridge until it is gone.
+    m_engine.reset();
+    m_bridge.reset();
+    m_player.reset();
+}
+
+bool PageSession::open(const std::string& plugin)
+{
+    if (!m_host.load(plugin))
+        return false;
+    m_player = std::make_unique<sim::Player>(m_host, m_scenario, m_trace);
+    m_bridge = std::make_unique<PageBridge>(*m_player, m_scenario);
+    m_player->start();
+    m_engine = std::make_unique<QQmlApplicationEngine>();
+    m_engine->rootContext()->setContextProperty(QStringLiteral("bridge"), m_bridge.get());
+    m_engine->load(QUrl(QStringLiteral("qrc:/page/Page.qml")));
+    const QList<QObject*> roots = m_engine->rootObjects();
+    m_window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+    if (m_window == nullptr) {
+        m_trace.note("the page could not be made");
+        return false;
+    }
+    return true;
+}
+
+QImage PageSession::picture()
+{
+    if (m_window == nullptr)
+        return {};
+    // The window's own grab is null offscreen with the software renderer;
+    // its content item renders.
+    const QSharedPointer<QQuickItemGrabResult> result = m_window->contentItem()->grabToImage();
+    if (!result)
+        return {};
+    QEventLoop loop;
+    bool ready = false;
+    QObject::connect(result.data(), &QQuickItemGrabResult::ready, &loop, [&]() {
+        ready = true;
+        loop.quit();
+    });
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    if (!ready)
+        loop.exec();
+    return ready ? result->image() : QImage();
+}
+
+int PageSession::close()
+{
+    if (m_closed || m_player == nullptr)
+        return 0;
+    m_closed = true;
+    if (m_bridge->pendingBox() != 0)
+        m_trace.note("the page closed while box " + std::to_string(m_bridge->pendingBox()) +
+                     " waited for an answer");
+    return m_player->finish();
+}
+
+} // namespace page
+} // namespace edidvm
