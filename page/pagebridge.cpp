@@ -164,8 +164,8 @@ void PageBridge::received(std::uint32_t number, const void* data, int size)
             m_verdicts.clear();
             for (const s_TimigCheckResult& verdict : *static_cast<const s_TimigCheckResultArry*>(data)) {
                 const bool over = verdict.overBandwidth != 0 || verdict.bandwidthNeeded > verdict.bandwidthLimit;
-                m_verdicts.push_back(QVariantMap{{QStringLiteral("text"), verdictText(verdict)},
-                                                 {QStringLiteral("over"), over}});
+                m_verdicts.push_back(
+                    QVariantMap{{QStringLiteral("text"), verdictText(verdict)}, {QStringLiteral("over"), over}});
             }
             m_verdictsOf = number == ThumbCheckResults ? QStringLiteral("thumb") : QStringLiteral("detail");
         }
@@ -218,24 +218,24 @@ void PageBridge::updateDevice()
         return;
     const s_ThumbTimingInfo& own = current->stThumbTiming;
     if (own.width > 0 && own.height > 0) {
-        m_candidates.push_back(QVariantMap{{QStringLiteral("text"), QStringLiteral("device: ") +
-                                                                        timing(own.width, own.height, own.refresh)},
-                                           {QStringLiteral("width"), own.width},
-                                           {QStringLiteral("height"), own.height},
-                                           {QStringLiteral("refresh"), own.refresh},
-                                           {QStringLiteral("enabled"), true}});
+        m_candidates.push_back(QVariantMap{
+            {QStringLiteral("text"), QStringLiteral("device: ") + timing(own.width, own.height, own.refresh)},
+            {QStringLiteral("width"), own.width},
+            {QStringLiteral("height"), own.height},
+            {QStringLiteral("refresh"), own.refresh},
+            {QStringLiteral("enabled"), true}});
     }
     const auto edid = device.edid.find(m_current);
     if (edid == device.edid.end())
         return;
     for (const sim::EdidTiming& mode : edid->second) {
-        m_candidates.push_back(QVariantMap{{QStringLiteral("text"), QStringLiteral("EDID: ") +
-                                                                        QString::fromStdString(mode.text)},
-                                           {QStringLiteral("width"), mode.width},
-                                           {QStringLiteral("height"), mode.height},
-                                           {QStringLiteral("refresh"), mode.refresh},
-                                           {QStringLiteral("enabled"), mode.refused.empty()},
-                                           {QStringLiteral("reason"), QString::fromStdString(mode.refused)}});
+        m_candidates.push_back(
+            QVariantMap{{QStringLiteral("text"), QStringLiteral("EDID: ") + QString::fromStdString(mode.text)},
+                        {QStringLiteral("width"), mode.width},
+                        {QStringLiteral("height"), mode.height},
+                        {QStringLiteral("refresh"), mode.refresh},
+                        {QStringLiteral("enabled"), mode.refused.empty()},
+                        {QStringLiteral("reason"), QString::fromStdString(mode.refused)}});
     }
 }
 

@@ -78,8 +78,7 @@ int PageSession::close()
         return 0;
     m_closed = true;
     if (m_bridge->pendingBox() != 0)
-        m_trace.note("the page closed while box " + std::to_string(m_bridge->pendingBox()) +
-                     " waited for an answer");
+        m_trace.note("the page closed while box " + std::to_string(m_bridge->pendingBox()) + " waited for an answer");
     return m_player->finish();
 }
 
