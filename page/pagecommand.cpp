@@ -12,7 +12,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <unistd.h>
 
@@ -21,22 +20,6 @@ namespace page {
 
 namespace {
 enum ExitCode { Passed = 0, ExpectationsNotMet = 1, BadInput = 2, PluginNotLoaded = 3 };
-
-sim::Trace* g_trace = nullptr;
-QtMessageHandler g_previous = nullptr;
-
-// The component's warnings (category "default", with its source file) go
-// into the trace; what Qt Quick says goes where it always goes.
-void logToTrace(QtMsgType type, const QMessageLogContext& context, const QString& text)
-{
-    if (g_trace != nullptr && context.file != nullptr && context.category != nullptr &&
-        std::strcmp(context.category, "default") == 0) {
-        g_trace->warning({context.function != nullptr ? context.function : "", text.toStdString()});
-        return;
-    }
-    if (g_previous != nullptr)
-        g_previous(type, context, text);
-}
 
 // "step-03-answer.png"
 QString pictureName(std::size_t index, const std::string& kind)
@@ -129,8 +112,6 @@ int pageCommand(int argc, char** argv, const PageDefaults& defaults)
 
     const bool colour = !json && isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
     sim::Trace trace(stdout, json, colour);
-    g_trace = &trace;
-    g_previous = qInstallMessageHandler(logToTrace);
     int status = Passed;
     {
         PageSession session(scenario, trace);
@@ -152,8 +133,6 @@ int pageCommand(int argc, char** argv, const PageDefaults& defaults)
             status = session.close() == 0 ? Passed : ExpectationsNotMet;
         }
     }
-    qInstallMessageHandler(g_previous);
-    g_trace = nullptr;
     return status;
 }
 

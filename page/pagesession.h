@@ -36,6 +36,7 @@ public:
     const std::string& error() const { return m_host.error(); }
 
     PageBridge& bridge() { return *m_bridge; }
+    sim::Player& player() { return *m_player; }
     QQuickWindow* window() const { return m_window; }
     // The page as it is drawn now; null when it cannot be drawn.
     QImage picture();

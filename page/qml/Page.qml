@@ -7,12 +7,14 @@ import QtQuick.Window 2.15
 
 ApplicationWindow {
     id: window
-    width: 1100
-    height: 700
+    width: 1280
+    height: 720
     visible: false
     title: "Output timing"
-    // Pictures are taken of the content: it must not be see-through.
+    // Pictures are taken of the content item, which the window's own colour
+    // is not part of: the background is drawn as an item.
     color: "#f3f4f6"
+    background: Rectangle { color: "#f3f4f6" }
 
     header: ToolBar {
         RowLayout {
@@ -62,7 +64,7 @@ ApplicationWindow {
 
         GroupBox {
             title: "Interfaces"
-            Layout.preferredWidth: 330
+            Layout.preferredWidth: 380
             Layout.fillHeight: true
             ListView {
                 id: interfaceList
@@ -170,7 +172,7 @@ ApplicationWindow {
 
                 GroupBox {
                     title: bridge.verdictsOf === "" ? "Timing checks" : "Timing checks (" + bridge.verdictsOf + ")"
-                    Layout.preferredWidth: 330
+                    Layout.preferredWidth: 300
                     Layout.fillHeight: true
                     ListView {
                         id: verdictList

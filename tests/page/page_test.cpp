@@ -1,0 +1,228 @@
+// The desktop page offscreen: after every step of a shipped scenario its
+// items show what the component sent; the bridge where its mapping can fail.
+
+#include "page/pagesession.h"
+#include "protomodel/interfacerecords.h"
+#include "viewmodel/viewmodelrecords.h"
+
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <QImage>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSet>
+#include <QVariant>
+
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
+
+namespace {
+using namespace edidvm;
+using namespace LCD::ProtoModel::Interface;
+
+// What the page must show, worked out from the component's sends alone.
+struct Sent
+{
+    std::optional<QString> thumb; // "WxH" of the last thumb timing
+    std::optional<QString> detail;
+    std::optional<QString> confirm; // the text of a confirmation not yet answered
+    bool waiting = false;
+    std::optional<int> verdicts;
+
+    void take(std::uint32_t number, const void* data, int size)
+    {
+        const auto resolution = [](std::int32_t width, std::int32_t height) {
+            return QStringLiteral("%1x%2").arg(width).arg(height);
+        };
+        if ((number == 0xFC020608u || number == 0xFC030602u || number == 0xFC020611u) &&
+            size == sizeof(s_ThumbTimingInfo)) {
+            const auto* timing = static_cast<const s_ThumbTimingInfo*>(data);
+            thumb = resolution(timing->width, timing->height);
+        } else if ((number == 0xFC020607u || number == 0xFC030601u) && size == sizeof(s_TimingDetailInfo)) {
+            const auto* timing = static_cast<const s_TimingDetailInfo*>(data);
+            detail = resolution(timing->width, timing->height);
+        } else if (number == 0xFC030605u && size == sizeof(Model::s_MessageBoxRequest)) {
+            confirm = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
+        } else if (number == 0xFC0C0C0Fu || number == 0xFC0C0C10u) {
+            waiting = number == 0xFC0C0C0Fu;
+        } else if ((number == 0xFC020603u || number == 0xFC020604u) && size == sizeof(s_TimigCheckResultArry)) {
+            verdicts = static_cast<int>(static_cast<const s_TimigCheckResultArry*>(data)->size());
+        }
+    }
+};
+
+QVariant item(QQuickWindow* window, const char* name, const char* property)
+{
+    const auto* found = window->findChild<QObject*>(QString::fromLatin1(name));
+    return found == nullptr ? QVariant() : found->property(property);
+}
+
+// A picture with real content: more than the background and one other colour.
+bool drawn(const QImage& image)
+{
+    if (image.isNull())
+        return false;
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height() && colours.size() < 16; y += 7)
+        for (int x = 0; x < image.width(); x += 7)
+            colours.insert(image.pixel(x, y));
+    return colours.size() >= 16;
+}
+
+std::string traceOf(std::FILE* file)
+{
+    std::string text(static_cast<std::size_t>(std::ftell(file)), '\0');
+    std::rewind(file);
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    return text;
+}
+
+TEST(Page, EveryStepShowsWhatTheComponentSent)
+{
+    for (const char* name : {"two-screens-declined", "two-screens-confirmed", "timing-checks"}) {
+        SCOPED_TRACE(name);
+        const sim::Scenario scenario = sim::loadScenario(std::string(EDIDVM_SCENARIO_DIR "/") + name + ".json");
+        std::FILE* out = std::tmpfile();
+        sim::Trace trace(out, false, false);
+        Sent sent;
+        {
+            page::PageSession session(scenario, trace);
+            ASSERT_TRUE(session.open(EDIDVM_PLUGIN_PATH));
+            session.player().addObserver([&sent](const host::SentMessage& message, const void* data) {
+                sent.take(message.number, data, message.size);
+            });
+            QQuickWindow* window = session.window();
+            window->show();
+            for (std::size_t step = 0; step < scenario.steps.size(); ++step) {
+                SCOPED_TRACE(scenario.steps[step].name + " " + std::to_string(step));
+                // An answer closes the box whatever the component does next.
+                if (scenario.steps[step].action == sim::Action::Answer)
+                    sent.confirm.reset();
+                EXPECT_TRUE(session.bridge().playNext());
+                QCoreApplication::processEvents();
+                const auto shows = [window](const char* name, const std::optional<QString>& start) {
+                    return !start || item(window, name, "text").toString().startsWith(*start);
+                };
+                EXPECT_TRUE(shows("thumbTiming", sent.thumb));
+                EXPECT_TRUE(shows("detailTiming", sent.detail));
+                EXPECT_EQ(item(window, "confirmBox", "visible").toBool(), sent.confirm.has_value());
+                EXPECT_TRUE(!sent.confirm || item(window, "confirmText", "text").toString() == *sent.confirm);
+                EXPECT_EQ(item(window, "waitingIndicator", "visible").toBool(), sent.waiting);
+                EXPECT_EQ(item(window, "verdictList", "count").toInt(), sent.verdicts.value_or(0));
+                EXPECT_EQ(item(window, "status", "text")
+                              .toString()
+                              .startsWith(QStringLiteral("step %1 of %2").arg(step + 1).arg(scenario.steps.size())),
+                          true);
+                EXPECT_TRUE(drawn(session.picture()));
+            }
+            EXPECT_FALSE(session.bridge().playNext());
+            EXPECT_EQ(session.close(), 0);
+        }
+        std::fclose(out);
+    }
+}
+
+TEST(PageBridge, FieldTextDropsOnlyACutCharacter)
+{
+    struct Row
+    {
+        const char* text;
+        std::size_t capacity;
+        const char* shown;
+    };
+    const Row rows[] = {
+        {"abc", 8, "abc"},
+        {"abcdef", 3, "abc"},            // no NUL in the field
+        {"ab\xC3\xA4", 4, "ab\xC3\xA4"}, // a two-byte character that fits exactly
+        {"ab\xC3\xA4", 3, "ab"},         // and one cut after its first byte
+        {"a\xE2\x82\xAC", 3, "a"},       // three bytes, two fit
+        {"a\xF0\x9F\x98\x80", 4, "a"},   // four bytes, three fit
+        {"a\xF0\x9F\x98\x80", 5, "a\xF0\x9F\x98\x80"},
+        {"", 0, ""},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(page::fieldText(row.text, row.capacity), QString::fromUtf8(row.shown)) << row.text;
+    EXPECT_EQ(page::fieldText(nullptr, 8), QString());
+}
+
+TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
+{
+    sim::Scenario scenario; // a device with no interfaces
+    std::FILE* out = std::tmpfile();
+    sim::Trace trace(out, false, false);
+    page::PageSession session(scenario, trace);
+    ASSERT_TRUE(session.open(EDIDVM_PLUGIN_PATH));
+    QQuickWindow* window = session.window();
+    page::PageBridge& bridge = session.bridge();
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(item(window, "noInterfaces", "visible").toBool());
+    EXPECT_EQ(item(window, "currentInterface", "text").toString(), QStringLiteral("no interface chosen"));
+
+    bridge.selectInterface(99);
+    bridge.checkTimings();
+    bridge.chooseThumb(0);
+    bridge.answer(true);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(bridge.currentText(), QStringLiteral("interface 99 is not on the device"));
+    EXPECT_TRUE(item(window, "noCandidates", "visible").toBool());
+    EXPECT_FALSE(item(window, "confirmBox", "visible").toBool());
+
+    // A check answered with no verdicts, then payloads of the wrong size or none.
+    const s_TimigCheckResultArry none;
+    bridge.received(0xFC020603u, &none, sizeof none);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(bridge.verdictsOf(), QStringLiteral("thumb"));
+    EXPECT_TRUE(item(window, "noVerdicts", "visible").toBool());
+    Model::s_MessageBoxRequest box;
+    box.boxId = 35;
+    bridge.received(0xFC030605u, &box, sizeof box - 1);
+    bridge.received(0xFC030605u, nullptr, sizeof box);
+    bridge.received(0xFC020608u, &box, 4);
+    bridge.received(0xFC0C0C0Fu, nullptr, 12);
+    EXPECT_FALSE(bridge.confirmVisible());
+    EXPECT_EQ(bridge.thumbTiming(), QString());
+    EXPECT_TRUE(bridge.waiting());
+    EXPECT_EQ(bridge.waitingText(), QString());
+
+    // A box text filling its field, its last character cut by the field's end.
+    std::memset(box.text, 'x', sizeof box.text);
+    std::memcpy(box.text + sizeof box.text - 1, "\xC3", 1);
+    bridge.received(0xFC030605u, &box, sizeof box);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(item(window, "confirmText", "text").toString(), QString(sizeof box.text - 1, QLatin1Char('x')));
+    EXPECT_EQ(bridge.pendingBox(), 35);
+    EXPECT_EQ(session.close(), 0);
+    EXPECT_NE(traceOf(out).find("the page closed while box 35 waited for an answer"), std::string::npos);
+    std::fclose(out);
+}
+
+TEST(PageSession, ClosingWhileAConfirmationWaitsEndsTheRun)
+{
+    const sim::Scenario scenario = sim::loadScenario(EDIDVM_SCENARIO_DIR "/two-screens-confirmed.json");
+    std::FILE* out = std::tmpfile();
+    sim::Trace trace(out, false, false);
+    {
+        page::PageSession session(scenario, trace);
+        ASSERT_TRUE(session.open(EDIDVM_PLUGIN_PATH));
+        while (session.bridge().pendingBox() == 0 && session.bridge().playNext()) {
+        }
+        ASSERT_NE(session.bridge().pendingBox(), 0);
+        // The session goes without close(): its destructor ends the run.
+    }
+    const std::string text = traceOf(out);
+    EXPECT_NE(text.find("waited for an answer"), std::string::npos) << text;
+    std::fclose(out);
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QT_QUICK_BACKEND", "software");
+    QGuiApplication application(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
