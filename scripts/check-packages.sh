@@ -107,6 +107,13 @@ $expected"
     played=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) \
       || { rm -rf "$unpacked"; fail "$simulator: the unpacked program fails:
 $played"; }
+    # The installed page draws every step of the default scenario.
+    if readelf -d "$unpacked/usr/bin/edidsim" | grep -q 'libQt5Quick\.so'; then
+      pictures=$("${run[@]}" "$unpacked/usr/bin/edidsim" page --screenshots "$unpacked/pictures" 2>&1) \
+        && ls "$unpacked/pictures"/step-00-*.png >/dev/null 2>&1 \
+        || { rm -rf "$unpacked"; fail "$simulator: the unpacked page draws nothing:
+$pictures"; }
+    fi
     echo 'not a library' >"$unpacked$library"
     status=0
     broken=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) || status=$?

@@ -16,6 +16,9 @@ packages=(
   qtbase5-dev qttools5-dev-tools
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
   edid-decode gcovr lintian
+  # The desktop page, its QML modules, and a font to draw its pictures with.
+  qtdeclarative5-dev qtquickcontrols2-5-dev qml-module-qtquick2 qml-module-qtquick-controls2
+  qml-module-qtquick-layouts qml-module-qtquick-window2 qml-module-qtquick-templates2 fonts-dejavu-core
 )
 if [ "$native_only" -eq 0 ]; then
   if ! dpkg --print-foreign-architectures | grep -qx arm64; then
