@@ -31,8 +31,8 @@ public:
 
     std::vector<LoggedMessage> messages() const
     {
-        std::lock_guard<std::mutex> lock(mutex());
-        return log();
+        std::lock_guard<std::mutex> lock(s_mutex);
+        return s_log;
     }
     std::vector<std::string> texts() const
     {
@@ -43,29 +43,21 @@ public:
     }
     void clear()
     {
-        std::lock_guard<std::mutex> lock(mutex());
-        log().clear();
+        std::lock_guard<std::mutex> lock(s_mutex);
+        s_log.clear();
     }
 
 private:
-    static std::mutex& mutex()
-    {
-        static std::mutex instance;
-        return instance;
-    }
-    static std::vector<LoggedMessage>& log()
-    {
-        static std::vector<LoggedMessage> instance;
-        return instance;
-    }
     static void capture(QtMsgType type, const QMessageLogContext& context, const QString& text)
     {
         const auto orEmpty = [](const char* value) { return std::string(value != nullptr ? value : ""); };
-        std::lock_guard<std::mutex> lock(mutex());
-        log().push_back({type, orEmpty(context.category), orEmpty(context.file), context.line,
+        std::lock_guard<std::mutex> lock(s_mutex);
+        s_log.push_back({type, orEmpty(context.category), orEmpty(context.file), context.line,
                          orEmpty(context.function), text.toStdString()});
     }
 
+    static inline std::mutex s_mutex;
+    static inline std::vector<LoggedMessage> s_log;
     QtMessageHandler m_previous;
 };
 
