@@ -216,27 +216,26 @@ void PageBridge::updateDevice()
                                       [this](const s_InterfaceList& entry) { return entry.interfaceId == m_current; });
     if (current == device.interfaces.end())
         return;
+    // A refused mode stays in the list, greyed, with the reason.
+    const auto add = [this](const QString& text, std::int32_t width, std::int32_t height, double refresh,
+                            const std::string& refused) {
+        m_candidates.push_back(QVariantMap{{QStringLiteral("text"), text},
+                                           {QStringLiteral("width"), width},
+                                           {QStringLiteral("height"), height},
+                                           {QStringLiteral("refresh"), refresh},
+                                           {QStringLiteral("enabled"), refused.empty()},
+                                           {QStringLiteral("reason"), QString::fromStdString(refused)}});
+    };
     const s_ThumbTimingInfo& own = current->stThumbTiming;
-    if (own.width > 0 && own.height > 0) {
-        m_candidates.push_back(QVariantMap{
-            {QStringLiteral("text"), QStringLiteral("device: ") + timing(own.width, own.height, own.refresh)},
-            {QStringLiteral("width"), own.width},
-            {QStringLiteral("height"), own.height},
-            {QStringLiteral("refresh"), own.refresh},
-            {QStringLiteral("enabled"), true}});
-    }
+    if (own.width > 0 && own.height > 0)
+        add(QStringLiteral("device: ") + timing(own.width, own.height, own.refresh), own.width, own.height, own.refresh,
+            {});
     const auto edid = device.edid.find(m_current);
     if (edid == device.edid.end())
         return;
-    for (const sim::EdidTiming& mode : edid->second) {
-        m_candidates.push_back(
-            QVariantMap{{QStringLiteral("text"), QStringLiteral("EDID: ") + QString::fromStdString(mode.text)},
-                        {QStringLiteral("width"), mode.width},
-                        {QStringLiteral("height"), mode.height},
-                        {QStringLiteral("refresh"), mode.refresh},
-                        {QStringLiteral("enabled"), mode.refused.empty()},
-                        {QStringLiteral("reason"), QString::fromStdString(mode.refused)}});
-    }
+    for (const sim::EdidTiming& mode : edid->second)
+        add(QStringLiteral("EDID: ") + QString::fromStdString(mode.text), mode.width, mode.height, mode.refresh,
+            mode.refused);
 }
 
 void PageBridge::before(const sim::Step& step)
