@@ -56,6 +56,15 @@ QString timing(std::int32_t width, std::int32_t height, float refresh)
     return QString::fromStdString(sim::timingText(width, height, refresh));
 }
 
+// Both timing records carry width, height and refresh.
+template <typename Record>
+void showTiming(const void* data, int size, QString& shown)
+{
+    Record record;
+    if (read(data, size, record))
+        shown = timing(record.width, record.height, record.refresh);
+}
+
 QString interfaceText(const s_InterfaceList& entry)
 {
     const auto type = static_cast<LCD::Enum::Interface::ConnectorType>(entry.stAuxiliaryInfo.interfaceType);
@@ -123,20 +132,14 @@ void PageBridge::received(std::uint32_t number, const void* data, int size)
 {
     switch (number) {
     case DetailTiming:
-    case ChangedDetail: {
-        s_TimingDetailInfo detail;
-        if (read(data, size, detail))
-            m_detail = timing(detail.width, detail.height, detail.refresh);
+    case ChangedDetail:
+        showTiming<s_TimingDetailInfo>(data, size, m_detail);
         break;
-    }
     case ThumbTiming:
     case ChangedThumb:
-    case CommittedThumb: {
-        s_ThumbTimingInfo thumb;
-        if (read(data, size, thumb))
-            m_thumb = timing(thumb.width, thumb.height, thumb.refresh);
+    case CommittedThumb:
+        showTiming<s_ThumbTimingInfo>(data, size, m_thumb);
         break;
-    }
     case TimingNotice: {
         Model::s_InterfaceTimingNotice notice;
         if (read(data, size, notice))
