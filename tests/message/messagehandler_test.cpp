@@ -53,10 +53,11 @@ struct CopyProbe
 class TestComponent : public LCD::Message::MessageHandler
 {
 public:
-    // Command or event, number, and a tag naming the handler in hits and replies.
+    // Command or event, number, and a tag naming the handler in hits and
+    // replies; a negative tag registers an empty handler.
     using Registration = std::tuple<bool, std::uint32_t, int>;
 
-    explicit TestComponent(std::vector<Registration> table = {}) : m_table(std::move(table)) { m_name = "test"; }
+    explicit TestComponent(std::vector<Registration> table) : m_table(std::move(table)) { m_name = "test"; }
 
     int onInit() override
     {
@@ -74,21 +75,13 @@ public:
     LCD::Message::MessageHandlerFunc handlerFor(int tag)
     {
         if (tag < 0)
-            return {}; // registered, but empty
+            return {};
         return [this, tag, probe = CopyProbe()](const kpf::IMessage* message) -> const kpf::IMessage* {
-            hits.push_back({tag, kpf::wireWord(message->number()), message->kind()});
+            tags.push_back(tag);
             if (message->kind() != kpf::MessageKindCommand)
                 return nullptr;
             return m_messageCenter->createMessage(message->number(), m_name.c_str(), sizeof tag, &tag, 0);
         };
-    }
-
-    std::vector<int> tags() const
-    {
-        std::vector<int> all;
-        for (const auto& hit : hits)
-            all.push_back(hit[0]);
-        return all;
     }
 
     using MessageHandler::postEvent;
@@ -96,8 +89,8 @@ public:
     using MessageHandler::sendEvent;
 
     std::atomic<int> initCalls{0};
-    std::function<void()> afterEach;               // runs after each registration
-    std::vector<std::array<std::int64_t, 3>> hits; // tag, number, kind
+    std::function<void()> afterEach; // runs after each registration
+    std::vector<int> tags;
 
 private:
     std::vector<Registration> m_table;
@@ -113,87 +106,87 @@ protected:
         EXPECT_EQ(host.store().liveCount(), 0u);
     }
 
-    std::unique_ptr<TestComponent> started(std::vector<TestComponent::Registration> table)
+    // Every number of the table, as the kind it was registered with.
+    void deliverAll(TestComponent& component, const std::vector<TestComponent::Registration>& table,
+                    std::uint32_t offset = 0)
     {
-        auto component = std::make_unique<TestComponent>(std::move(table));
-        host.start(component.get());
-        return component;
+        for (const auto& [command, number, tag] : table)
+            host.deliver(&component, command ? kpf::MessageKindCommand : kpf::MessageKindEvent, number + offset, 0,
+                         nullptr);
+    }
+
+    static std::vector<int> upTo(std::size_t count)
+    {
+        std::vector<int> tags(count);
+        std::iota(tags.begin(), tags.end(), 0);
+        return tags;
     }
 
     edidvm::host::Host host;
 };
 
-TEST_F(MessageHandlerTest, ReservedNumbersAreFilteredStartRunsOnInitForAnyKindAndKindChoosesTheTable)
+TEST_F(MessageHandlerTest, ReservedNumbersAreFilteredStartRunsOnInitTheKindChoosesTheTableTheFirstHandlerStays)
 {
     const std::uint32_t reserved[] = {0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
-    std::vector<TestComponent::Registration> table = {{false, EventA, 1}, {true, CommandA, 2}};
-    for (std::uint32_t number : reserved) {
-        table.push_back({true, number, 9});
-        table.push_back({false, number, 9});
+    // 0xFFFF0003 and 0xFFFFFFFD, next to the reserved ones, are ordinary.
+    std::vector<TestComponent::Registration> table = {
+        {false, EventA, 1},  {true, CommandA, 2},     {false, EventA, 5},     {true, CommandA, 6},
+        {false, EventB, -1}, {false, 0xFFFF0003u, 3}, {false, 0xFFFFFFFDu, 4}};
+    for (std::uint32_t number : reserved)
+        for (bool command : {true, false})
+            table.push_back({command, number, 9});
+    TestComponent component(table);
+    host.start(&component);
+    // Every registration subscribes, duplicates too.
+    const auto calls = host.subscriptions().calls();
+    ASSERT_EQ(calls.size(), table.size());
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        const auto& [command, number, tag] = table[i];
+        EXPECT_EQ(std::make_tuple(calls[i].channel, calls[i].number, calls[i].sender, calls[i].component),
+                  std::make_tuple(command ? Channel::Command : Channel::Event, number, std::string("test"),
+                                  static_cast<kpf::IMessageHandler*>(&component)));
     }
-    table.push_back({false, EventB, -1});
-    // Next to the reserved ones, but ordinary numbers.
-    table.push_back({false, 0xFFFF0003u, 3});
-    table.push_back({false, 0xFFFFFFFDu, 4});
-    auto component = started(table);
-    ASSERT_EQ(component->initCalls, 1);
 
     for (std::uint32_t number : reserved)
         for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent})
-            EXPECT_FALSE(host.deliver(component.get(), kind, number, 0, nullptr)) << std::hex << number;
+            EXPECT_FALSE(host.deliver(&component, kind, number, 0, nullptr)) << std::hex << number;
+    // The start message runs onInit again whatever its kind.
     for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent, 0, 0x1234})
-        EXPECT_FALSE(host.deliver(component.get(), kind, 0xFFFF0000u, 0, nullptr));
-    EXPECT_EQ(component->initCalls, 5);
+        EXPECT_FALSE(host.deliver(&component, kind, 0xFFFF0000u, 0, nullptr));
+    EXPECT_EQ(component.initCalls, 5);
     // The kind chooses the table before the number is looked up.
-    EXPECT_FALSE(host.deliver(component.get(), kpf::MessageKindCommand, EventA, 0, nullptr));
-    EXPECT_FALSE(host.deliver(component.get(), kpf::MessageKindEvent, CommandA, 0, nullptr));
-    for (int kind : {0, kpf::wireInt(0xF0000003u), -1})
-        EXPECT_FALSE(host.deliver(component.get(), kind, EventA, 0, nullptr));
-    EXPECT_FALSE(host.deliver(component.get(), kpf::MessageKindEvent, EventB, 0, nullptr));
-    EXPECT_EQ(component->handleMessage(nullptr), nullptr);
-    EXPECT_EQ(component->processMsg(kpf::wireInt(EventA), nullptr), nullptr) << "the host may call it directly";
-    EXPECT_THAT(component->tags(), IsEmpty());
+    const std::pair<int, std::uint32_t> unrouted[] = {{kpf::MessageKindCommand, EventA},
+                                                      {kpf::MessageKindEvent, CommandA},
+                                                      {0, EventA},
+                                                      {kpf::wireInt(0xF0000003u), EventA},
+                                                      {-1, EventA},
+                                                      {kpf::MessageKindEvent, EventB}};
+    for (const auto& [kind, number] : unrouted)
+        EXPECT_FALSE(host.deliver(&component, kind, number, 0, nullptr)) << kind;
+    EXPECT_EQ(component.handleMessage(nullptr), nullptr);
+    EXPECT_EQ(component.processMsg(kpf::wireInt(EventA), nullptr), nullptr) << "the host may call it directly";
+    EXPECT_THAT(component.tags, IsEmpty());
 
-    EXPECT_FALSE(host.deliver(component.get(), kpf::MessageKindEvent, EventA, 0, nullptr));
-    EXPECT_EQ(host.deliver(component.get(), kpf::MessageKindCommand, CommandA, 0, nullptr), (Bytes{2, 0, 0, 0}));
-    host.deliver(component.get(), kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
-    host.deliver(component.get(), kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
-    EXPECT_THAT(component->tags(), ElementsAre(1, 2, 3, 4));
-    EXPECT_EQ(component->hits[1][2], kpf::MessageKindCommand);
-}
-
-TEST_F(MessageHandlerTest, DuplicateRegistrationKeepsTheFirstHandlerYetSubscribesTwice)
-{
-    auto component = started({{false, EventA, 1}, {false, EventA, 2}, {true, CommandA, 3}, {true, CommandA, 4}});
-    const auto calls = host.subscriptions().calls();
-    ASSERT_EQ(calls.size(), 4u);
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        EXPECT_EQ(std::make_tuple(calls[i].channel, calls[i].number, calls[i].sender, calls[i].component),
-                  std::make_tuple(i < 2 ? Channel::Event : Channel::Command, i < 2 ? EventA : CommandA,
-                                  std::string("test"), static_cast<kpf::IMessageHandler*>(component.get())));
-    }
-    // Routed through the host: subscribed twice, delivered once.
-    host.event(EventA, nullptr, 0);
-    EXPECT_EQ(host.command(CommandA, nullptr, 0), (Bytes{3, 0, 0, 0}));
-    // A second start: first handlers stay, numbers are subscribed once more.
-    host.start(component.get());
-    EXPECT_EQ(host.subscriptions().calls().size(), 8u);
-    host.event(EventA, nullptr, 0);
-    EXPECT_THAT(component->tags(), ElementsAre(1, 3, 1));
+    EXPECT_FALSE(host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr));
+    EXPECT_EQ(host.deliver(&component, kpf::MessageKindCommand, CommandA, 0, nullptr), (Bytes{2, 0, 0, 0}));
+    host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
+    host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
+    EXPECT_THAT(component.tags, ElementsAre(1, 2, 3, 4));
 }
 
 TEST_F(MessageHandlerTest, SendCommandCopiesAReplyOnlyWhenItsSizeMatchesAndReleasesTheResponseFirst)
 {
     const Bytes four = {1, 2, 3, 4};
     const std::tuple<const char*, bool, std::optional<Bytes>, int, bool> cases[] = {
-        {"exact size", true, four, 4, true},
         {"one byte short", true, Bytes{1, 2, 3}, 4, false},
         {"one byte long", true, Bytes{1, 2, 3, 4, 5}, 4, false},
         {"reply size 0 copies nothing", true, four, 0, false},
         {"no reply", true, std::nullopt, 4, false},
         {"nobody answers", false, std::nullopt, 4, false},
+        {"exact size", true, four, 4, true},
     };
-    auto component = started({});
+    TestComponent component({});
+    host.start(&component);
     for (const auto& [name, answered, reply, replySize, copied] : cases) {
         SCOPED_TRACE(name);
         host.recorder().clear();
@@ -201,13 +194,13 @@ TEST_F(MessageHandlerTest, SendCommandCopiesAReplyOnlyWhenItsSizeMatchesAndRelea
         host.commands().removeResponder(0xFC08100Au);
         if (answered)
             host.commands().setResponder(0xFC08100Au, [reply = reply](const kpf::IMessage&) { return reply; });
-        unsigned char buffer[8];
-        std::memset(buffer, 0xAB, sizeof buffer);
+        Bytes buffer(8, 0xAB), expected(8, 0xAB);
+        if (copied)
+            std::copy(four.begin(), four.end(), expected.begin());
         const std::int32_t payload = 0x01020304;
-        EXPECT_EQ(component->sendCommand(kpf::wireInt(0xFC08100Au), sizeof payload, &payload, replySize, buffer),
+        EXPECT_EQ(component.sendCommand(kpf::wireInt(0xFC08100Au), sizeof payload, &payload, replySize, buffer.data()),
                   answered ? 0 : -1);
-        for (std::size_t i = 0; i < sizeof buffer; ++i)
-            EXPECT_EQ(buffer[i], copied && i < four.size() ? four[i] : 0xAB) << "byte " << i;
+        EXPECT_EQ(buffer, expected);
         const auto sent = host.recorder().messages();
         ASSERT_EQ(sent.size(), 1u);
         EXPECT_EQ(std::make_tuple(sent[0].kind, sent[0].number, sent[0].sender, sent[0].mode, sent[0].bytes),
@@ -217,9 +210,8 @@ TEST_F(MessageHandlerTest, SendCommandCopiesAReplyOnlyWhenItsSizeMatchesAndRelea
                     ElementsAre(reply ? CommandDispatcher::Release::Response : CommandDispatcher::Release::Null,
                                 CommandDispatcher::Release::Message));
     }
-    // A caller that wants no copy gives no buffer.
-    host.commands().setResponder(0xFC08100Au, [&four](const kpf::IMessage&) { return std::optional<Bytes>(four); });
-    EXPECT_EQ(component->sendCommand(kpf::wireInt(0xFC08100Au), 0, nullptr, 4, nullptr), 0);
+    // A caller that wants no copy gives no buffer, whatever the reply.
+    EXPECT_EQ(component.sendCommand(kpf::wireInt(0xFC08100Au), 0, nullptr, 4, nullptr), 0);
 }
 
 TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
@@ -246,7 +238,7 @@ TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
     EXPECT_THAT(host.recorder().messages(), IsEmpty());
     // The tables were filled all the same: direct deliveries still route.
     host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr);
-    EXPECT_THAT(component.tags(), ElementsAre(1));
+    EXPECT_THAT(component.tags, ElementsAre(1));
 }
 
 // Many numbers, so that several share a first slot and probes wrap around;
@@ -257,20 +249,15 @@ TEST_F(MessageHandlerTest, EveryNumberRoutesFromItsRegistrationOnAndNoOtherDoes)
     std::vector<TestComponent::Registration> table;
     for (int tag = 0; tag < 48; ++tag)
         table.push_back({tag % 5 == 0, 0xFC000000u + 7u * std::uint32_t(tag), tag});
-    auto component = std::make_unique<TestComponent>(table);
+    TestComponent component(table);
     std::size_t registered = 0;
-    component->afterEach = [&] {
-        ++registered;
-        component->hits.clear();
-        for (const auto& [command, number, tag] : table)
-            for (std::uint32_t probe : {number, number + 3u})
-                host.deliver(component.get(), command ? kpf::MessageKindCommand : kpf::MessageKindEvent, probe, 0,
-                             nullptr);
-        std::vector<int> expected(registered);
-        std::iota(expected.begin(), expected.end(), 0);
-        ASSERT_EQ(component->tags(), expected) << "after " << registered << " registrations";
+    component.afterEach = [&] {
+        component.tags.clear();
+        deliverAll(component, table);
+        deliverAll(component, table, 3);
+        ASSERT_EQ(component.tags, upTo(++registered)) << "after " << registered << " registrations";
     };
-    host.start(component.get());
+    host.start(&component);
     EXPECT_EQ(registered, table.size());
 }
 
@@ -283,18 +270,14 @@ TEST_F(MessageHandlerTest, TwoStartsRacedLeaveOneHandlerPerNumber)
         table.push_back({tag % 2 == 0, 0xFC100000u + std::uint32_t(tag), tag});
     CopyProbe::slow = true;
     for (int round = 0; round < 10; ++round) {
-        auto component = std::make_unique<TestComponent>(table);
-        std::thread other([&] { host.start(component.get()); });
-        host.start(component.get());
+        TestComponent component(table);
+        std::thread other([&] { host.start(&component); });
+        host.start(&component);
         other.join();
-        ASSERT_EQ(component->initCalls.load(), 2);
-        for (const auto& [command, number, tag] : table)
-            host.deliver(component.get(), command ? kpf::MessageKindCommand : kpf::MessageKindEvent, number, 0,
-                         nullptr);
-        std::vector<int> expected(table.size());
-        std::iota(expected.begin(), expected.end(), 0);
-        ASSERT_EQ(component->tags(), expected) << "round " << round;
-        host.subscriptions().forget(component.get());
+        ASSERT_EQ(component.initCalls.load(), 2);
+        deliverAll(component, table);
+        ASSERT_EQ(component.tags, upTo(table.size())) << "round " << round;
+        host.subscriptions().forget(&component);
     }
     CopyProbe::slow = false;
     EXPECT_FALSE(CopyProbe::overlapped) << "two threads inserted at once";

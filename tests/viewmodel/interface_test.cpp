@@ -14,6 +14,7 @@ namespace test {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr std::uint32_t SetCurrent = 0xFC021009u;
@@ -60,9 +61,9 @@ protected:
     void request(bool thumb)
     {
         if (thumb)
-            requestThumbCheck({thumbCheck(1920, 1080, 60.0f)});
+            requestChecks({thumbCheck(1920, 1080, 60.0f)});
         else
-            requestDetailCheck({detailCheck(0)});
+            requestChecks({}, {detailCheck(0)});
     }
 
     // One text per result event, "if1#1 if2#2": tells results apart.
@@ -85,16 +86,13 @@ TEST_P(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWha
     s_InterfaceList record = makeInterface(6, 0, 8);
     record.stAuxiliaryInfo.usedByScreen = std::string(300, 'u');
     setCurrent(record);
-    const auto messages = sent();
-    ASSERT_EQ(trace(messages), Trace({"E FC020607 56", "E FC020608 28"}));
-    EXPECT_EQ(messages[0].bytes, bytesOf(record.stTimingDetail));
-    EXPECT_EQ(messages[1].bytes, bytesOf(record.stThumbTiming));
+    ASSERT_EQ(trace(sent()), Trace({"E FC020607 56", "E FC020608 28"}));
+    EXPECT_EQ(sent()[0].bytes, bytesOf(record.stTimingDetail));
+    EXPECT_EQ(sent()[1].bytes, bytesOf(record.stThumbTiming));
     char payload[1000] = {};
     for (const auto& [data, size] : {std::pair<const void*, int>{payload, 3}, {payload, 1000}, {nullptr, 50}})
         EXPECT_EQ(typeReply(data, size), 8) << size;
 
-    const s_InterfaceList other = makeInterface(2, 0, 4);
-    std::memcpy(payload, static_cast<const void*>(&other), sizeof other);
     reset();
     for (const auto& [data, size] :
          {std::pair<const void*, int>{nullptr, 840}, {payload, 839}, {payload, 841}, {nullptr, 0}, {payload, -840}})
@@ -102,17 +100,12 @@ TEST_P(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWha
     EXPECT_THAT(sent(), IsEmpty());
     EXPECT_EQ(warnings(), Trace(5, "set current interface info error"));
     EXPECT_EQ(typeReply(), 8) << "the current interface is unchanged";
-    // Category, file, line and full signature, in every build type.
+    // Category, file, line and function, in every build type.
     const LoggedMessage logged = capture.messages().at(0);
     EXPECT_EQ(std::make_tuple(logged.type, logged.category, logged.file),
               std::make_tuple(QtWarningMsg, std::string("default"), std::string("outputedidviewmodel.cpp")));
     EXPECT_GT(logged.line, 0);
-    // Compilers space the pointer declarators differently.
-    std::string function = logged.function;
-    for (const char* spaced : {" *", "* "})
-        for (std::size_t at = function.find(spaced); at != std::string::npos; at = function.find(spaced))
-            function.replace(at, 2, "*");
-    EXPECT_EQ(function, "kpf::IMessage*Model::OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage*)");
+    EXPECT_THAT(logged.function, HasSubstr("Model::OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage"));
 
     // The message center is looked up on every reply.
     host.api().clearLookups();
@@ -125,35 +118,24 @@ TEST_P(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWha
     EXPECT_THAT(warnings(), ElementsAre("service kpf_default_messagecenter is missing, no reply"));
 }
 
-TEST_P(InterfaceTest, ReentryOnTheLockingThreadIsRefusedOtherThreadsWait)
+// Re-entry on the locking thread is the variation suite's; here another
+// thread waits for the lock, then acts.
+TEST_P(InterfaceTest, AnotherThreadWaitsForTheLockThenActs)
 {
-    const s_InterfaceList first = makeInterface(1, 0, 4);
     const s_InterfaceList nested = makeInterface(2, 0, 8);
-    // A receiver answers the detail-timing event with a message whose handler
-    // takes the same lock: in round 1 on this thread, in round 2 from another.
     std::thread other;
-    std::atomic<int> round{1};
+    std::atomic<bool> started{false};
     std::size_t sentWhileHeld = 0;
     host.events().addListener(
         [&](const kpf::IMessage&) {
-            const int now = round.exchange(0);
-            if (now == 1) {
-                host.event(SetCurrent, &nested, sizeof nested);
-            } else if (now == 2) {
-                other = std::thread([&] { host.event(SetCurrent, &nested, sizeof nested); });
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-                sentWhileHeld = sent().size();
-            }
+            if (started.exchange(true))
+                return;
+            other = std::thread([&] { host.event(SetCurrent, &nested, sizeof nested); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            sentWhileHeld = sent().size();
         },
         0xFC020607u);
-    setCurrent(first);
-    EXPECT_THAT(warnings(), ElementsAre("handler re-entered on a thread that holds the view model's lock; ignored"));
-    EXPECT_THAT(sentNumbers(), ElementsAre(0xFC020607u, 0xFC020608u)) << "the nested delivery did not act";
-    EXPECT_EQ(typeReply(), 4);
-
-    reset();
-    round = 2;
-    setCurrent(first);
+    setCurrent(makeInterface(1, 0, 4));
     other.join();
     EXPECT_EQ(sentWhileHeld, 1u) << "only the first handler's first event while it holds the lock";
     EXPECT_THAT(warnings(), IsEmpty());
@@ -164,12 +146,6 @@ TEST_P(InterfaceTest, ReentryOnTheLockingThreadIsRefusedOtherThreadsWait)
 
 TEST_P(InterfaceTest, CurrentTimingAdoptsTheListedCurrentInterfaceOrElseTheFirstEntry)
 {
-    // An empty list: only the query, and no thumb timing to choose from.
-    pageEvent(CurrentTiming);
-    pageEvent(ThumbTiming);
-    EXPECT_EQ(trace(sent()), Trace(2, "C FC050111 8"));
-    EXPECT_THAT(warnings(), ElementsAre("inferface info error"));
-
     for (const auto& [current, adopted] : {std::pair<int, int>{1, 1}, {7, 3}}) {
         SCOPED_TRACE(current);
         // The cached copy has no timing: what is sent comes from the list.
@@ -241,22 +217,18 @@ TEST_P(InterfaceTest, ThumbTimingAdoptsTheSelectedThenAUsableType4ThenTheSmalles
 
 TEST_P(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
 {
-    // A valid envelope address in 7 or 9 bytes, a null one, an empty envelope.
+    // A valid envelope address in 7 or 9 bytes, a null one (empty envelopes
+    // are the variation suite's).
     QueryInfo<s_TimigCheckQuery> envelope;
     envelope.info.stThumbCheckArry = {thumbCheck(1920, 1080, 60.0f)};
     envelope.info.stDetailCheckArry = {detailCheck(0)};
-    QueryInfo<s_TimigCheckQuery> empty;
-    QueryInfo<s_TimigCheckQuery>* addresses[] = {&envelope, nullptr, &empty};
+    QueryInfo<s_TimigCheckQuery>* addresses[] = {&envelope, nullptr};
     interfaces = {makeInterface(0)};
     for (const auto& [data, size] :
-         {std::pair<const void*, int>{addresses, 7}, {addresses, 9}, {nullptr, 8}, {addresses + 1, 8}}) {
-        host.event(0xFC000605u, data, size);
-        host.event(0xFC000606u, data, size);
-    }
-    host.event(0xFC000605u, addresses + 2, 8);
-    host.event(0xFC000606u, addresses + 2, 8);
-    EXPECT_EQ(warnings(),
-              join({Trace(8, "msg data is null."), {"stThumbCheckArry is empty."}, {"stDetailCheckArry is empty."}}));
+         {std::pair<const void*, int>{addresses, 7}, {addresses, 9}, {nullptr, 8}, {addresses + 1, 8}})
+        for (std::uint32_t number : {0xFC000605u, 0xFC000606u})
+            host.event(number, data, size);
+    EXPECT_EQ(warnings(), Trace(8, "msg data is null."));
     EXPECT_THAT(sent(), IsEmpty());
 
     // Only the first thumb check is tested: product in 32 bits, refresh truncated.
@@ -277,7 +249,7 @@ TEST_P(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
     for (const auto& [name, checks, rejected] : cases) {
         SCOPED_TRACE(name);
         reset();
-        requestThumbCheck(checks);
+        requestChecks(checks);
         EXPECT_EQ(warnings(), rejected ? Trace{"timing is 0."} : Trace{});
         EXPECT_EQ(thumbChecksSeen.size(), rejected ? 0u : checks.size());
     }
@@ -285,7 +257,7 @@ TEST_P(InterfaceTest, UnreadableEmptyOrZeroCheckRequestsStopWithOneWarning)
     s_DetailTimigCheck zero = detailCheck(2);
     zero.stTimingDetail.height = 0;
     reset();
-    requestDetailCheck({zero});
+    requestChecks({}, {zero});
     EXPECT_THAT(warnings(), IsEmpty());
     EXPECT_EQ(detailChecksSeen.size(), 1u);
 }

