@@ -10,13 +10,13 @@
 
 #include "sim/scenario.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <sstream>
 #include <string>
 
 #ifndef EDIDVM_SOURCE_DIR
@@ -125,15 +125,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         checkReferences(loadScenario(g_file));
     } catch (const ScenarioError& error) {
         // One line for each problem, each naming the file.
-        const std::string what = error.what();
-        std::size_t start = 0;
+        std::istringstream lines(error.what());
+        std::string line;
         do {
-            const std::size_t end = std::min(what.find('\n', start), what.size());
-            const std::string line = what.substr(start, end - start);
+            std::getline(lines, line);
             if (line.rfind(g_file + ": ", 0) != 0 || line.size() == g_file.size() + 2)
                 fail("an error that does not name the file and what is wrong: " + line);
-            start = end + 1;
-        } while (start < what.size());
+        } while (lines.peek() != EOF);
     }
     return 0;
 }

@@ -1,10 +1,7 @@
 // libFuzzer harness: one Model::OutputEDIDViewModel on our in-process host
-// per input, fed messages decoded from the input, while the components it
+// per input, fed messages decoded from the input while the components it
 // queries answer from the input too. fuzz/README.md gives the input layout.
-//
-// Payloads that carry addresses (query envelopes, the 840-byte interface
-// record, 24-byte vector objects) are always real objects built here; only
-// their other lengths, or null data, are left to the input.
+// Payloads that carry addresses are always real objects built here.
 
 #include "framework/api.h"
 #include "framework/wire.h"
@@ -45,19 +42,15 @@ struct Reader
         --n;
         return *p++;
     }
-    std::uint32_t u32()
+    std::uint32_t word(int bytes)
     {
         std::uint32_t v = 0;
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < bytes; ++i)
             v |= std::uint32_t(u8()) << (8 * i);
         return v;
     }
-    std::uint16_t u16()
-    {
-        const std::uint16_t low = u8(); // the low byte first
-        return std::uint16_t(low | u8() << 8);
-    }
-    std::int32_t i32() { return static_cast<std::int32_t>(u32()); }
+    std::uint32_t u32() { return word(4); }
+    std::int32_t i32() { return static_cast<std::int32_t>(word(4)); }
     // Ids and keys are one signed byte, so lists collide and duplicate.
     std::int32_t small() { return static_cast<std::int8_t>(u8()); }
     float real()
@@ -77,49 +70,44 @@ struct Reader
     }
     Reader take(std::size_t len)
     {
-        len = std::min(len, n);
-        const Reader part{p, len};
-        p += len;
-        n -= len;
+        const Reader part{p, std::min(len, n)};
+        p += part.n;
+        n -= part.n;
         return part;
+    }
+    template <typename T, typename Read>
+    std::vector<T> list(unsigned bound, Read read)
+    {
+        std::vector<T> items(u8() % bound);
+        for (T& item : items)
+            item = read(*this);
+        return items;
     }
 };
 
-// Handled by the component, in its registration order; a message picks one
-// by index.
+// Handled by the component, in its registration order.
 constexpr std::uint32_t Handled[16] = {0xFC070606u, 0xFC000620u, 0xFC021009u, 0xFC00060Au, 0xFC00060Bu, 0xFC000605u,
                                        0xFC000606u, 0xFC00060Cu, 0xFC00060Du, 0xFC000617u, 0xFC031007u, 0xFC051016u,
                                        0xFC081005u, 0xFC081006u, 0xFC030204u, 0xFC08021Eu};
-
 const std::uint32_t Reserved[5] = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
 // Sent by the component, never handled by it.
 const std::uint32_t Foreign[4] = {0xFC050111u, 0xFC020603u, 0xFC051008u, 0xFC030605u};
 
 // The contract length of each message the component sends.
-const std::pair<std::uint32_t, int> SentSizes[] = {
+const std::map<std::uint32_t, int> SentSizes = {
     {0xFC050111u, 8},  {0xFC051000u, 8},  {0xFC051001u, 8},  {0xFC050200u, 8},  {0xFC0D1000u, 8},   {0xFC05021Fu, 8},
     {0xFC08100Au, 0},  {0xFC000004u, 0},  {0xFC001009u, 4},  {0xFC020607u, 56}, {0xFC020608u, 28},  {0xFC030606u, 16},
     {0xFC020603u, 24}, {0xFC020604u, 24}, {0xFC030601u, 56}, {0xFC030602u, 28}, {0xFC030605u, 556}, {0xFC020611u, 28},
     {0xFC02060Eu, 1},  {0xFC02022Du, 4},  {0xFC000626u, 44}, {0xFC051008u, 24}, {0xFC0C0C27u, 4},   {0xFC051009u, 24},
     {0xFC0C0C10u, 0},  {0xFC0C0C12u, 556}};
-
-constexpr int MaxMessages = 24;
-constexpr int MaxDepth = 2;   // nested deliveries from a stand-in
-constexpr int PumpLimit = 64; // queued events delivered after each message
+// The length of each plain-record payload.
+const std::map<std::uint32_t, int> RecordSizes = {
+    {0xFC031007u, 16}, {0xFC00060Cu, 40}, {0xFC00060Du, 68}, {0xFC000620u, 556}};
 
 [[noreturn]] void fail(const char* what, std::uint32_t number)
 {
     std::fprintf(stderr, "edidvm-fuzz: %s (0x%08X)\n", what, number);
     std::abort();
-}
-
-template <typename T, typename Read>
-std::vector<T> readList(Reader& r, unsigned bound, Read read)
-{
-    std::vector<T> list(r.u8() % bound);
-    for (T& item : list)
-        item = read(r);
-    return list;
 }
 
 // Braced lists read their fields left to right.
@@ -158,7 +146,7 @@ s_TimigCheckResult readVerdict(Reader& r)
     v.interfaceId = r.small();
     v.bandwidthLimit = r.i32();
     v.bandwidthNeeded = r.i32();
-    v.frameRates = readList<std::int32_t>(r, 4, [](Reader& in) { return in.i32(); });
+    v.frameRates = r.list<std::int32_t>(4, [](Reader& in) { return in.i32(); });
     v.maxFrameRate = r.i32();
     v.overBandwidth = r.small();
     return v;
@@ -180,23 +168,23 @@ struct World
 World readWorld(Reader& r)
 {
     World w;
-    w.interfaces = readList<s_InterfaceList>(r, 9, readInterface);
-    w.screens = readList<s_ScreenDetailInfo>(r, 5, [](Reader& in) {
+    w.interfaces = r.list<s_InterfaceList>(9, readInterface);
+    w.screens = r.list<s_ScreenDetailInfo>(5, [](Reader& in) {
         s_ScreenDetailInfo s;
         s.screenId = in.u8();
         s.screenIndex = in.u32();
         s.stGeneral.genText0 = in.text();
-        s.stOutputDetailArry = readList<s_OutputDetail>(in, 4, [](Reader& o) {
+        s.stOutputDetailArry = in.list<s_OutputDetail>(4, [](Reader& o) {
             s_OutputDetail output;
             output.interfaceId = o.small();
             return output;
         });
         return s;
     });
-    w.subcards = readList<s_SubcardInfo>(r, 4, [](Reader& in) {
+    w.subcards = r.list<s_SubcardInfo>(4, [](Reader& in) {
         s_SubcardInfo s;
         s.slotId = in.small();
-        s.stConnectorArry = readList<s_SubcardConnector>(in, 4, [](Reader& c) {
+        s.stConnectorArry = in.list<s_SubcardConnector>(4, [](Reader& c) {
             s_SubcardConnector connector;
             connector.connectorId = c.small();
             connector.connectorKey = c.small();
@@ -204,14 +192,14 @@ World readWorld(Reader& r)
         });
         return s;
     });
-    w.verdicts = readList<s_TimigCheckResult>(r, 5, readVerdict);
-    w.assessments = readList<s_AssessResult>(r, 3, [](Reader& in) { return s_AssessResult{0, in.small()}; });
+    w.verdicts = r.list<s_TimigCheckResult>(5, readVerdict);
+    w.assessments = r.list<s_AssessResult>(3, [](Reader& in) { return s_AssessResult{0, in.small()}; });
     w.selected = r.small();
     w.deviceParam = r.i32();
     w.slotOffset = r.small();
     w.carriedOut = r.u8();
     w.writeAnswer = r.u8();
-    w.related = readList<int>(r, 6, [](Reader& in) { return in.small(); });
+    w.related = r.list<int>(6, [](Reader& in) { return in.small(); });
     return w;
 }
 
@@ -240,11 +228,10 @@ void deliverOne(Run& run, Reader body);
 template <typename T>
 std::vector<T> shaped(const std::vector<T>& list, Mood mood)
 {
-    if (mood == Mood::Empty || mood == Mood::NoReply)
-        return {};
-    std::vector<T> out = list;
-    if (mood == Mood::Doubled)
-        out.insert(out.end(), list.begin(), list.end());
+    std::vector<T> out;
+    if (mood != Mood::Empty && mood != Mood::NoReply)
+        for (int copies = mood == Mood::Doubled ? 2 : 1; copies > 0; --copies)
+            out.insert(out.end(), list.begin(), list.end());
     return out;
 }
 
@@ -266,7 +253,7 @@ void standIn(Run& run, std::uint32_t number, Answer answer)
 {
     run.host.commands().setResponder(number, [&run, answer](const kpf::IMessage& command) -> std::optional<Bytes> {
         const Mood mood = run.mood();
-        if (mood == Mood::Reenter && run.depth < MaxDepth) {
+        if (mood == Mood::Reenter && run.depth < 2) {
             ++run.depth;
             deliverOne(run, run.moods.take(run.moods.u8()));
             --run.depth;
@@ -277,12 +264,15 @@ void standIn(Run& run, std::uint32_t number, Answer answer)
 
 // The component always sends a real envelope; anything else is a fault.
 template <typename Data>
-QueryInfo<Data>& envelope(const kpf::IMessage& command)
+Data& envelope(const kpf::IMessage& command, bool filtered = false)
 {
     auto* query = edidvm::host::payloadAddress<QueryInfo<Data>>(command);
     if (query == nullptr)
         fail("query without its envelope", kpf::wireWord(command.number()));
-    return *query;
+    std::map<std::string, std::string> params;
+    if (filtered && query->filter)
+        query->filter(params);
+    return query->info;
 }
 
 void installStandIns(Run& run)
@@ -290,41 +280,35 @@ void installStandIns(Run& run)
     World& w = run.world;
     standIn(run, 0xFC050111u, [&w, &run](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
         // Answered in an envelope of the host's when the host answers elsewhere.
-        auto* elsewhere = run.host.answerEnvelope<QueryInfo<s_InterfaceDetailInfo>>(c, true);
-        if (elsewhere == nullptr)
+        auto* q = run.host.answerEnvelope<QueryInfo<s_InterfaceDetailInfo>>(c, true);
+        if (q == nullptr)
             fail("query without its envelope", 0xFC050111u);
-        auto& q = *elsewhere;
         std::map<std::string, std::string> params;
-        if (q.filter)
-            q.filter(params);
+        if (q->filter)
+            q->filter(params);
         const auto wanted = params.find("interfaceId");
         for (const s_InterfaceList& e : shaped(w.interfaces, mood)) {
             // A doubled answer ignores the filter as well.
             if (mood == Mood::Doubled || wanted == params.end() || wanted->second == std::to_string(e.interfaceId))
-                q.info.stInterfaceListArry.push_back(e);
+                q->info.stInterfaceListArry.push_back(e);
         }
         return mood == Mood::WrongSize ? std::optional<Bytes>(Bytes(3, 0x5A)) : std::nullopt;
     });
     standIn(run, 0xFC050200u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-        auto& q = envelope<s_ScreenDetail>(c);
-        std::map<std::string, std::string> params;
-        if (q.filter)
-            q.filter(params);
-        q.info.stScreenDetailInfoArry = shaped(w.screens, mood);
+        envelope<s_ScreenDetail>(c, true).stScreenDetailInfoArry = shaped(w.screens, mood);
         return std::nullopt;
     });
     standIn(run, 0xFC0D1000u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-        envelope<s_SubcardQuery>(c).info.stSubcardInfoArry = shaped(w.subcards, mood);
+        envelope<s_SubcardQuery>(c).stSubcardInfoArry = shaped(w.subcards, mood);
         return std::nullopt;
     });
-    const auto checkService = [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-        envelope<s_TimigCheckQuery>(c).info.stCheckResultArry = shaped(w.verdicts, mood);
-        return std::nullopt;
-    };
-    standIn(run, 0xFC051000u, checkService);
-    standIn(run, 0xFC051001u, checkService);
+    for (std::uint32_t check : {0xFC051000u, 0xFC051001u})
+        standIn(run, check, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+            envelope<s_TimigCheckQuery>(c).stCheckResultArry = shaped(w.verdicts, mood);
+            return std::nullopt;
+        });
     standIn(run, 0xFC05021Fu, [&w](const kpf::IMessage& c, Mood mood) {
-        envelope<s_TimingAssessQuery>(c).info.stAssessResultArry = shaped(w.assessments, mood);
+        envelope<s_TimingAssessQuery>(c).stAssessResultArry = shaped(w.assessments, mood);
         return reply(mood, &w.carriedOut, 1);
     });
     standIn(run, 0xFC051008u, [&run](const kpf::IMessage& c, Mood mood) {
@@ -345,10 +329,9 @@ void installStandIns(Run& run)
     // Every send keeps its contract length; vector payloads are read while
     // they are valid.
     run.host.recorder().setHook([&run](const edidvm::host::SentMessage& sent, const void* data) {
-        for (const auto& expected : SentSizes) {
-            if (expected.first == sent.number && expected.second != sent.size)
-                fail("sent with a wrong length", sent.number);
-        }
+        const auto expected = SentSizes.find(sent.number);
+        if (expected != SentSizes.end() && expected->second != sent.size)
+            fail("sent with a wrong length", sent.number);
         if ((sent.number == 0xFC020603u || sent.number == 0xFC020604u) && data != nullptr)
             for (const s_TimigCheckResult& v : *static_cast<const s_TimigCheckResultArry*>(data))
                 run.sink += v.frameRates.size();
@@ -376,27 +359,6 @@ std::uint32_t pickNumber(Reader& body)
     return body.u32();
 }
 
-// The natural kind, the other one, or any value.
-int pickKind(Reader& body, std::uint32_t number)
-{
-    const bool command = number == 0xFC051016u;
-    const unsigned choice = body.u8() % 8;
-    if (choice == 7)
-        return body.i32();
-    return (choice == 6) != command ? kpf::MessageKindCommand : kpf::MessageKindEvent;
-}
-
-// The length of a plain-record payload.
-int naturalSize(std::uint32_t number)
-{
-    const std::pair<std::uint32_t, int> sizes[] = {
-        {0xFC031007u, 16}, {0xFC00060Cu, 40}, {0xFC00060Du, 68}, {0xFC000620u, 556}};
-    for (const auto& [known, size] : sizes)
-        if (known == number)
-            return size;
-    return 0;
-}
-
 void deliver(Run& run, int kind, std::uint32_t number, int size, const void* data)
 {
     const std::optional<Bytes> answer = run.host.deliver(run.component, kind, number, size, data);
@@ -409,14 +371,18 @@ void deliver(Run& run, int kind, std::uint32_t number, int size, const void* dat
 template <typename T, typename Read>
 void deliverVector(Run& run, int kind, std::uint32_t number, Reader& body, Read read)
 {
-    const std::vector<T> list = readList<T>(body, 6, read);
+    const std::vector<T> list = body.list<T>(6, read);
     deliver(run, kind, number, sizeof list, &list);
 }
 
 void deliverOne(Run& run, Reader body)
 {
     const std::uint32_t number = pickNumber(body);
-    const int kind = pickKind(body, number);
+    // The natural kind, the other one, or any value.
+    const unsigned kindChoice = body.u8() % 8;
+    const int kind = kindChoice == 7                                ? body.i32()
+                     : (kindChoice == 6) != (number == 0xFC051016u) ? kpf::MessageKindCommand
+                                                                    : kpf::MessageKindEvent;
     const unsigned form = body.u8();
     const bool real = form % 4 < 3; // a real object where an address goes
     int addressSize = -1;           // the length only a real object may have
@@ -425,13 +391,13 @@ void deliverOne(Run& run, Reader body)
         addressSize = 8;
         if (real) {
             QueryInfo<s_TimigCheckQuery> request;
-            request.info.stThumbCheckArry = readList<s_ThumbTimigCheck>(body, 8, [](Reader& in) {
+            request.info.stThumbCheckArry = body.list<s_ThumbTimigCheck>(8, [](Reader& in) {
                 return s_ThumbTimigCheck{in.small(), in.small(), readThumb(in), 0, 0};
             });
-            request.info.stDetailCheckArry = readList<s_DetailTimigCheck>(body, 8, [](Reader& in) {
+            request.info.stDetailCheckArry = body.list<s_DetailTimigCheck>(8, [](Reader& in) {
                 return s_DetailTimigCheck{in.small(), in.small(), readDetail(in), 0, 0};
             });
-            request.info.stCheckResultArry = readList<s_TimigCheckResult>(body, 3, readVerdict);
+            request.info.stCheckResultArry = body.list<s_TimigCheckResult>(3, readVerdict);
             // A null envelope address is a real value too.
             QueryInfo<s_TimigCheckQuery>* address = form % 4 == 2 ? nullptr : &request;
             return deliver(run, kind, number, sizeof address, &address);
@@ -457,18 +423,13 @@ void deliverOne(Run& run, Reader body)
     // Raw bytes: the natural length, any length (never an address payload's
     // own), none, or null data with any size.
     int size = 0;
-    switch ((form >> 2) % 4) {
-    case 0:
-        size = naturalSize(number);
-        break;
-    case 1:
-        size = body.u16() % 1024;
-        break;
-    case 2:
+    const unsigned sizeChoice = (form >> 2) % 4;
+    if (sizeChoice == 0 && RecordSizes.count(number) > 0)
+        size = RecordSizes.at(number);
+    else if (sizeChoice == 1)
+        size = int(body.word(2) % 1024);
+    else if (sizeChoice == 2)
         return deliver(run, kind, number, body.i32(), nullptr);
-    default:
-        break;
-    }
     if (size == addressSize)
         ++size;
     Bytes raw(static_cast<std::size_t>(size));
@@ -500,14 +461,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         edidvm::host::Variation::AnswerElsewhere, edidvm::host::Variation::UnstableData};
     run.host.setVariation(hosts[size % 4]);
     run.world = readWorld(in);
-    std::vector<Reader> bodies(in.u8() % (MaxMessages + 1));
+    std::vector<Reader> bodies(in.u8() % 25);
     for (Reader& body : bodies)
-        body = in.take(in.u16());
+        body = in.take(in.word(2));
     run.moods = in;
 
-    // The component finds the host's services through the holder when it is
-    // constructed: a fresh host and component per input, so no state leaks
-    // from one input to the next.
+    // The component finds the host's services when it is constructed: a
+    // fresh host and component per input, so no state leaks between inputs.
     kpf::api::get().hostApi = &run.host.api();
     {
         Model::OutputEDIDViewModel component;
@@ -516,7 +476,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         run.host.start(&component);
         for (const Reader& body : bodies) {
             deliverOne(run, body);
-            run.host.events().pump(PumpLimit);
+            run.host.events().pump(64);
         }
         run.host.events().dropQueue();
         if (run.host.store().liveCount() != 0)
