@@ -12,6 +12,7 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSet>
+#include <QTranslator>
 #include <QVariant>
 
 #include <cstdio>
@@ -196,6 +197,26 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
     EXPECT_EQ(bridge.pendingBox(), 35);
     EXPECT_EQ(session.close(), 0);
     EXPECT_NE(traceOf(out).find("the page closed while box 35 waited for an answer"), std::string::npos);
+    std::fclose(out);
+}
+
+TEST(PageSession, TextsShowTranslatedWithATranslatorInstalled)
+{
+    QTranslator german;
+    ASSERT_TRUE(german.load(EDIDVM_TRANSLATIONS_DIR "/outputedidviewmodel_de.qm"));
+    QCoreApplication::installTranslator(&german);
+    const sim::Scenario scenario = sim::loadScenario(EDIDVM_SCENARIO_DIR "/two-screens-confirmed.json");
+    std::FILE* out = std::tmpfile();
+    sim::Trace trace(out, false, false);
+    {
+        page::PageSession session(scenario, trace);
+        ASSERT_TRUE(session.open(EDIDVM_PLUGIN_PATH));
+        // The scenario's English expectations fail; the texts are what counts here.
+        for (int step = 0; step < session.bridge().stepCount(); ++step)
+            session.bridge().playNext();
+        EXPECT_EQ(session.bridge().waitingText(), QString::fromUtf8("Wird geladen \u2026"));
+    }
+    QCoreApplication::removeTranslator(&german);
     std::fclose(out);
 }
 
