@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
+#include <tuple>
 
 namespace edidvm {
 namespace page {
@@ -236,9 +238,13 @@ void PageBridge::updateDevice()
     const auto edid = device.edid.find(m_current);
     if (edid == device.edid.end())
         return;
-    for (const sim::EdidTiming& mode : edid->second)
-        add(QStringLiteral("EDID: ") + QString::fromStdString(mode.text), mode.width, mode.height, mode.refresh,
-            mode.refused);
+    // An EDID names one mode in several of its blocks; the user picks it once.
+    std::set<std::tuple<std::int32_t, std::int32_t, double>> listed;
+    for (const sim::EdidTiming& mode : edid->second) {
+        if (listed.insert({mode.width, mode.height, mode.refresh}).second)
+            add(QStringLiteral("EDID: ") + QString::fromStdString(mode.text), mode.width, mode.height, mode.refresh,
+                mode.refused);
+    }
 }
 
 void PageBridge::before(const sim::Step& step)
