@@ -233,12 +233,15 @@ VTABLE(HostApiTable, apiTable, "8IHostApi", UNNAMED, UNNAMED, UNNAMED, [](void*,
 });
 const void* hostApi = &apiTable.slots;
 
-// The component: a virtual destructor (two slots), then handleMessage.
+// The component: a virtual destructor (two slots), handleMessage, then the
+// handler base's onInit and processMsg.
 struct HandlerTable
 {
     Slot destroy;
     void (*destroyAndFree)(void*);
     const Message* (*handleMessage)(void*, const Message*);
+    int (*onInit)(void*);
+    const Message* (*processMsg)(void*, int number, const Message*);
 };
 struct ComponentInfo
 {
@@ -284,6 +287,9 @@ TEST(ContractTest, AHostOfItsOwnDrivesTheLibraryThroughTheDeclaredSlotsAndLayout
     void* handler = component.getMessageHandler(component.creator());
     ASSERT_NE(handler, nullptr);
     EXPECT_EQ(lookups, (std::vector<std::string>{"kpf_default_messagecenter", "commanddispatcher", "eventdispatcher"}));
+    void* other = component.creator(); // each call a new component
+    EXPECT_NE(component.getMessageHandler(other), handler);
+    component.deletor(other);
 
     EXPECT_EQ(deliver(handler, EventKind, 0xFFFF0000u, 0, nullptr), nullptr); // start
     const std::vector<std::pair<char, std::uint32_t>> registered = {
@@ -305,6 +311,16 @@ TEST(ContractTest, AHostOfItsOwnDrivesTheLibraryThroughTheDeclaredSlotsAndLayout
     EXPECT_EQ(std::uint32_t(reply->number), 0xFC051016u);
     EXPECT_EQ(reply->bytes, (Bytes{8, 0, 0, 0})) << "the type at byte 28";
     EXPECT_EQ(reply->sender, "outputedidviewmodel");
+    delete reply;
+
+    // onInit registers again; processMsg routes a number as handleMessage does.
+    subscriptions.clear();
+    EXPECT_EQ(tableOf(handler).onInit(handler), 0);
+    EXPECT_EQ(subscriptions, registered);
+    const Message command{&messageTable.slots, CommandKind, int(0xFC051016u), 0, {}, false, "host"};
+    reply = tableOf(handler).processMsg(handler, int(0xFC051016u), &command);
+    ASSERT_EQ(live.erase(reply), 1u);
+    EXPECT_EQ(reply->bytes, (Bytes{8, 0, 0, 0}));
     delete reply;
 
     // The in-use question: the list query's filter names interface 7, and

@@ -88,43 +88,4 @@ TEST(Slots, ConfigurationServicesAnswerAtTheirPositions)
               (std::vector<int>{1, 2, -1}));
 }
 
-TEST(Slots, TheComponentTableAndTheLibrarysHandlerAnswerAtTheirPositions)
-{
-    Host host;
-    ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH)) << host.error();
-    kpf::ComponentInfo* info = host.componentInfos().at(0);
-    void* component = info->creator();
-    ASSERT_NE(component, nullptr);
-    EXPECT_EQ(info->getMessageHandler(component), component);
-    void* other = info->creator();
-    EXPECT_NE(other, component);
-    info->deletor(other);
-    info->deletor(nullptr);
-    auto* handler = static_cast<kpf::IMessageHandler*>(component);
-    kpf::IMessage* start = host.events().createMessage(static_cast<int>(0xFFFF0000u), 0, nullptr, "slots");
-    kpf::IMessage* command = host.commands().createMessage(static_cast<int>(0xFC051016u), 0, nullptr, "slots");
-    // 2 handleMessage: the start message registers the component's numbers.
-    {
-        edidvm::host::Subscriptions::StartScope scope(handler);
-        EXPECT_EQ(callSlot<const void*>(component, 2, start), nullptr);
-    }
-    EXPECT_EQ(host.subscriptions().calls().size(), 16u);
-    // 3 onInit: registers again.
-    EXPECT_EQ(callSlot<int>(component, 3), 0);
-    EXPECT_EQ(host.subscriptions().calls().size(), 32u);
-    // 4 processMsg: routes the interface-type command to its reply.
-    const void* reply = callSlot<const void*>(component, 4, static_cast<int>(0xFC051016u), command);
-    ASSERT_NE(reply, nullptr);
-    EXPECT_EQ(callSlot<int>(reply, 3), static_cast<int>(0xFC051016u));
-    EXPECT_EQ(callSlot<int>(reply, 4), 4);
-    for (const void* message : {static_cast<const void*>(start), static_cast<const void*>(command), reply}) {
-        void* releasing = const_cast<void*>(message);
-        host.commands().release(&releasing);
-    }
-    host.subscriptions().forget(handler);
-    // 1: the deleting destructor.
-    callSlot<void>(component, 1);
-    EXPECT_EQ(host.store().liveCount(), 0u);
-}
-
 } // namespace
