@@ -30,6 +30,7 @@ struct Sent
     std::optional<QString> thumb; // "WxH" of the last thumb timing
     std::optional<QString> detail;
     std::optional<QString> confirm; // the text of a confirmation not yet answered
+    std::optional<QString> warning; // the bandwidth box of this step
     bool waiting = false;
     std::optional<int> verdicts;
 
@@ -47,6 +48,8 @@ struct Sent
             detail = resolution(timing->width, timing->height);
         } else if (number == 0xFC030605u && size == sizeof(Model::s_MessageBoxRequest)) {
             confirm = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
+        } else if (number == 0xFC0C0C12u && size == sizeof(Model::s_MessageBoxRequest)) {
+            warning = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
         } else if (number == 0xFC0C0C0Fu || number == 0xFC0C0C10u) {
             waiting = number == 0xFC0C0C0Fu;
         } else if ((number == 0xFC020603u || number == 0xFC020604u) && size == sizeof(s_TimigCheckResultArry)) {
@@ -83,7 +86,7 @@ std::string traceOf(std::FILE* file)
 
 TEST(Page, EveryStepShowsWhatTheComponentSent)
 {
-    for (const char* name : {"two-screens-declined", "two-screens-confirmed", "timing-checks"}) {
+    for (const char* name : {"two-screens-declined", "two-screens-confirmed", "timing-checks", "bandwidth-rejected"}) {
         SCOPED_TRACE(name);
         const sim::Scenario scenario = sim::loadScenario(std::string(EDIDVM_SCENARIO_DIR "/") + name + ".json");
         std::FILE* out = std::tmpfile();
@@ -102,6 +105,7 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
                 // An answer closes the box whatever the component does next.
                 if (scenario.steps[step].action == sim::Action::Answer)
                     sent.confirm.reset();
+                sent.warning.reset();
                 EXPECT_TRUE(session.bridge().playNext());
                 QCoreApplication::processEvents();
                 const auto shows = [window](const char* name, const std::optional<QString>& start) {
@@ -111,6 +115,8 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
                 EXPECT_TRUE(shows("detailTiming", sent.detail));
                 EXPECT_EQ(item(window, "confirmBox", "visible").toBool(), sent.confirm.has_value());
                 EXPECT_TRUE(!sent.confirm || item(window, "confirmText", "text").toString() == *sent.confirm);
+                EXPECT_EQ(item(window, "warningBox", "visible").toBool(), sent.warning.has_value());
+                EXPECT_TRUE(!sent.warning || item(window, "warningText", "text").toString() == *sent.warning);
                 EXPECT_EQ(item(window, "waitingIndicator", "visible").toBool(), sent.waiting);
                 EXPECT_EQ(item(window, "verdictList", "count").toInt(), sent.verdicts.value_or(0));
                 EXPECT_EQ(item(window, "status", "text")
