@@ -178,12 +178,9 @@ TEST_F(MessageHandlerTest, SendCommandCopiesAReplyOnlyWhenItsSizeMatchesAndRelea
 {
     const Bytes four = {1, 2, 3, 4};
     const std::tuple<const char*, bool, std::optional<Bytes>, int, bool> cases[] = {
-        {"one byte short", true, Bytes{1, 2, 3}, 4, false},
-        {"one byte long", true, Bytes{1, 2, 3, 4, 5}, 4, false},
-        {"reply size 0 copies nothing", true, four, 0, false},
-        {"no reply", true, std::nullopt, 4, false},
-        {"nobody answers", false, std::nullopt, 4, false},
-        {"exact size", true, four, 4, true},
+        {"one byte short", true, Bytes{1, 2, 3}, 4, false},    {"one byte long", true, Bytes{1, 2, 3, 4, 5}, 4, false},
+        {"reply size 0 copies nothing", true, four, 0, false}, {"no reply", true, std::nullopt, 4, false},
+        {"nobody answers", false, std::nullopt, 4, false},     {"exact size", true, four, 4, true},
     };
     TestComponent component({});
     host.start(&component);

@@ -118,20 +118,18 @@ TEST_P(TimingChangeTest, AFailedAssessmentQueuesItsCodeRefreshesThePageAndStopsT
 
 TEST_P(TimingChangeTest, ReferenceChoiceIsCommittedAtOnceOrAfterBox36AndPublishedForItsInterface)
 {
-    // The stored choice is published whatever the payload, only for its interface.
+    // The stored choice is published whatever the payload, only for its
+    // interface: its resolution and refresh, if any.
     const unsigned char junk[68] = {9};
-    const auto published = [&](const Bytes& expected) {
-        for (const auto& [data, size] : {std::pair<const void*, int>{nullptr, 0}, {junk, 68}}) {
-            reset();
-            host.event(0xFC070606u, data, size);
-            EXPECT_EQ(trace(sent()), expected.empty() ? Trace{} : Committed);
-            EXPECT_EQ(sent().empty() ? Bytes{} : sent()[0].bytes, expected);
+    const auto published = [&](std::int32_t width, std::int32_t height, float refresh) {
+        reset();
+        host.event(0xFC070606u, junk, sizeof junk);
+        EXPECT_EQ(trace(sent()), refresh != 0.0f ? Committed : Trace{});
+        if (refresh != 0.0f) {
+            EXPECT_EQ(sent()[0].bytes, bytesOf(s_ThumbTimingInfo{0, refresh, width, height, 0, 0, 0}));
         }
     };
-    const auto timing = [](float refresh, std::int32_t width, std::int32_t height) {
-        return bytesOf(s_ThumbTimingInfo{0, refresh, width, height, 0, 0, 0});
-    };
-    published({}); // nothing chosen yet
+    published(0, 0, 0.0f); // nothing chosen yet
 
     // Same resolution as the interface's: no impact.
     const s_InterfacePresetTiming unchanged = referenceTiming(1920, 1080, 50.0f, 7);
@@ -142,7 +140,7 @@ TEST_P(TimingChangeTest, ReferenceChoiceIsCommittedAtOnceOrAfterBox36AndPublishe
     EXPECT_EQ(trace(sent()), join({Impact, ReferenceWrite}));
     EXPECT_EQ(payloadOf(0xFC0C0C27u), bytesOf<std::int32_t>(1));
     EXPECT_EQ(bytesOfAll(referenceWritten), bytesOf(stamped));
-    published(timing(50.0f, 1920, 1080));
+    published(1920, 1080, 50.0f);
 
     // Judged by its detail timing's resolution and refresh.
     const s_InterfacePresetTiming chosen = referenceTiming(1280, 720, 25.0f);
@@ -160,9 +158,9 @@ TEST_P(TimingChangeTest, ReferenceChoiceIsCommittedAtOnceOrAfterBox36AndPublishe
     EXPECT_EQ(bytesOfAll(referenceWritten), bytesOf(chosen));
     // A thumb choice leaves the stored reference choice alone.
     choose(thumbTiming(1024, 768, 50.0f));
-    published(timing(25.0f, 1280, 720));
+    published(1280, 720, 25.0f);
     setCurrent(interfaces[1]);
-    published({});
+    published(0, 0, 0.0f);
 }
 
 TEST_P(TimingChangeTest, AffectedScreensAreThoseFedThroughTiedConnectorsInUseNamedInListOrder)
@@ -322,40 +320,18 @@ TEST_P(TimingChangeTest, ChangedTimingsOfTheCurrentInterfaceAreForwarded)
     host.event(0xFC081006u, &thumbs, sizeof thumbs);
     EXPECT_EQ(warnings(), Trace(2, "could not find interfaceId(-2)'s timing info."));
     EXPECT_THAT(sent(), IsEmpty());
-
-    unsigned char padded[25] = {};
-    std::memcpy(padded, static_cast<const void*>(&thumbs), sizeof thumbs);
-    setCurrent(interfaces[0]);
-    reset();
-    for (std::uint32_t number : {0xFC081005u, 0xFC081006u})
-        for (const auto& [data, size] : {std::pair<const void*, int>{padded, 23}, {padded, 25}, {nullptr, 24}})
-            host.event(number, data, size);
-    EXPECT_EQ(warnings(), Trace(6, "resp does not matches."));
-    EXPECT_THAT(sent(), IsEmpty());
 }
 
-TEST_P(TimingChangeTest, BadInputAndAnUnlistedCurrentInterfaceChangeNothing)
+TEST_P(TimingChangeTest, AnswersToOtherBoxesAndAnUnlistedCurrentInterfaceChangeNothing)
 {
-    char buffer[sizeof(Model::s_MessageBoxRequest) + 1] = {};
-    const std::tuple<std::uint32_t, const void*, int> choices[] = {
-        {ThumbChoice, buffer, 39},     {ThumbChoice, buffer, 41},     {ThumbChoice, nullptr, 40},
-        {ReferenceChoice, buffer, 67}, {ReferenceChoice, buffer, 69}, {ReferenceChoice, nullptr, 68}};
-    for (const auto& [number, data, size] : choices)
-        host.event(number, data, size);
-    EXPECT_EQ(warnings(), Trace(std::size(choices), "req does not matches."));
-    EXPECT_THAT(sent(), IsEmpty());
-
-    // With both choices waiting, a misshapen or unknown answer does nothing.
+    // With both choices waiting, an answer to another box does nothing
+    // (misshapen payloads are the interface suite's).
     choose(thumbTiming(1280, 720, 50.0f));
     choose(referenceTiming(1280, 720, 50.0f));
     reset();
-    buffer[0] = 35; // an accepted box 35
-    buffer[280] = 1;
-    for (const auto& [data, size] : {std::pair<const void*, int>{buffer, 555}, {buffer, 557}, {nullptr, 556}})
-        host.event(BoxAnswer, data, size);
     for (const auto& [boxId, result] : {std::pair<int, int>{14, 1}, {0, 1}, {37, 0}})
         answer(boxId, static_cast<std::uint8_t>(result));
-    EXPECT_EQ(warnings(), join({Trace(3, "Msg does not matches."), Trace(3, "Msg type is not correct")}));
+    EXPECT_EQ(warnings(), Trace(3, "Msg type is not correct"));
     EXPECT_THAT(sent(), IsEmpty());
 
     // A commit whose current interface has left the device's list.
@@ -365,8 +341,6 @@ TEST_P(TimingChangeTest, BadInputAndAnUnlistedCurrentInterfaceChangeNothing)
     answer(36, 1);
     EXPECT_EQ(warnings(), Trace(2, "Not find input source. interfaceid: 3"));
     EXPECT_EQ(trace(sent()), Trace(2, "C FC050111 8"));
-    EXPECT_THAT(thumbWritten, IsEmpty());
-    EXPECT_THAT(referenceWritten, IsEmpty());
 }
 
 // The same behaviour whether the host copies payloads or lends them. (The

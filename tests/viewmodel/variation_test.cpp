@@ -55,64 +55,14 @@ protected:
     }
 
     // A check request as the page sends it: the envelope's address.
-    template <typename Checks>
-    host::Delivery checkRequest(std::uint32_t number, Checks checks)
+    host::Delivery checkRequest(std::uint32_t number, std::vector<s_ThumbTimigCheck> thumbs,
+                                std::vector<s_DetailTimigCheck> details = {})
     {
         auto& request = requests.emplace_back();
-        if constexpr (std::is_same_v<Checks, std::vector<s_ThumbTimigCheck>>)
-            request.info.stThumbCheckArry = std::move(checks);
-        else
-            request.info.stDetailCheckArry = std::move(checks);
+        request.info.stThumbCheckArry = std::move(thumbs);
+        request.info.stDetailCheckArry = std::move(details);
         QueryInfo<s_TimigCheckQuery>* address = &request;
         return event(number, address);
-    }
-
-    struct Nested
-    {
-        host::Delivery delivery;
-        bool emptyList;
-        Trace nestedSends;
-        Trace texts;
-    };
-
-    // Every handler, once as a step that would lock and once stopped before
-    // it; what each does when delivered inside setCurrent's lock.
-    std::vector<Nested> nestedDeliveries()
-    {
-        s_ThumbTimigCheck zero = ValidCheck;
-        zero.stThumbTiming.height = 0;
-        Model::s_MessageBoxRequest box;
-        box.boxId = 14;
-        const Trace fetch = {"C FC050111 8"};
-        return {
-            {event(0xFC021009u, makeInterface(5, 2, 8), 839), false, {}, {"set current interface info error"}},
-            {event(0xFC021009u, makeInterface(5, 2, 8)), false, {}, {Reentry}},
-            {event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
-            {event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
-            {bare(0xFC00060Au), false, fetch, {Reentry}},
-            {bare(0xFC00060Au), true, fetch, {}},
-            {bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
-            {bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
-            {event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
-            {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{}), false, {}, {"stThumbCheckArry is empty."}},
-            {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{zero, ValidCheck}), false, {}, {"timing is 0."}},
-            {checkRequest(0xFC000605u, std::vector<s_ThumbTimigCheck>{ValidCheck}), false, fetch, {Reentry}},
-            {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>{}), false, {}, {"stDetailCheckArry is empty."}},
-            {checkRequest(0xFC000606u, std::vector<s_DetailTimigCheck>(1)), false, fetch, {Reentry}},
-            {event(0xFC00060Cu, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
-            {event(0xFC00060Du, thumbTiming(800, 600, 60.0f)), false, {}, {"req does not matches."}},
-            {event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
-            {bare(0xFC070606u), false, {}, {Reentry}},
-            {bare(0xFC081005u), false, {}, {Reentry}},
-            {bare(0xFC081006u), false, {}, {"resp does not matches."}},
-            {event(0xFC081006u, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}),
-             false,
-             {},
-             {Reentry}},
-            {event(0xFC000620u, box), false, {}, {"Msg type is not correct"}},
-            {bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
-            {bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
-        };
     }
 
     std::deque<QueryInfo<s_TimigCheckQuery>> requests;
@@ -172,7 +122,47 @@ TEST_F(VariationTest, AListAnsweredElsewhereIsCopiedAndANulledPointerVariableIsA
 
 TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGuard)
 {
-    for (const Nested& c : nestedDeliveries()) {
+    // Every handler, once stopped before the step that would lock and once
+    // reaching it, delivered inside setCurrent's lock.
+    struct Nested
+    {
+        host::Delivery delivery;
+        bool emptyList;
+        Trace nestedSends;
+        Trace texts;
+    };
+    s_ThumbTimigCheck zero = ValidCheck;
+    zero.stThumbTiming.height = 0;
+    Model::s_MessageBoxRequest box;
+    box.boxId = 14;
+    const Trace fetch = {"C FC050111 8"};
+    const Nested cases[] = {
+        {event(0xFC021009u, makeInterface(5, 2, 8), 839), false, {}, {"set current interface info error"}},
+        {event(0xFC021009u, makeInterface(5, 2, 8)), false, {}, {Reentry}},
+        {event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
+        {event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
+        {bare(0xFC00060Au), false, fetch, {Reentry}},
+        {bare(0xFC00060Au), true, fetch, {}},
+        {bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
+        {bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
+        {event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
+        {checkRequest(0xFC000605u, {}), false, {}, {"stThumbCheckArry is empty."}},
+        {checkRequest(0xFC000605u, {zero, ValidCheck}), false, {}, {"timing is 0."}},
+        {checkRequest(0xFC000605u, {ValidCheck}), false, fetch, {Reentry}},
+        {checkRequest(0xFC000606u, {}), false, {}, {"stDetailCheckArry is empty."}},
+        {checkRequest(0xFC000606u, {}, {s_DetailTimigCheck{}}), false, fetch, {Reentry}},
+        {event(0xFC00060Cu, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
+        {event(0xFC00060Du, thumbTiming(800, 600, 60.0f)), false, {}, {"req does not matches."}},
+        {event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
+        {bare(0xFC070606u), false, {}, {Reentry}},
+        {bare(0xFC081005u), false, {}, {Reentry}},
+        {bare(0xFC081006u), false, {}, {"resp does not matches."}},
+        {event(0xFC081006u, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}), false, {}, {Reentry}},
+        {event(0xFC000620u, box), false, {}, {"Msg type is not correct"}},
+        {bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
+        {bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
+    };
+    for (const Nested& c : cases) {
         SCOPED_TRACE(::testing::Message() << std::hex << c.delivery.number << " size "
                                           << c.delivery.size.value_or(int(c.delivery.payload.size())));
         baseline();
@@ -201,48 +191,6 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
         act();
         host.setVariation(Variation::Default);
         EXPECT_EQ(warnings(), Trace{Reentry});
-    }
-}
-
-TEST_F(VariationTest, AnyMessageDeliveredDuringAnyOwnSendLeavesAWorkingComponent)
-{
-    const std::vector<s_InterfacePresetTiming> references = {referenceTiming(1280, 720, 60.0f, 3)};
-    const std::vector<std::function<void()>> flows = {
-        [&] { setCurrent(interfaces[0]); },
-        [&] { pageEvent(0xFC00060Au); },
-        [&] { pageEvent(0xFC00060Bu); },
-        [&] { requestChecks({ValidCheck}); },
-        [&] {
-            choose(thumbTiming(1280, 720, 50.0f));
-            answer(35, 1);
-        },
-        [&] {
-            choose(referenceTiming(1280, 720, 50.0f));
-            answer(36, 1);
-        },
-        [&] { choose(thumbTiming(1920, 1080, 30.0f)); },
-        [&] { host.event(0xFC081005u, &references, sizeof references); },
-    };
-    const std::vector<Nested> nested = nestedDeliveries();
-    for (std::size_t f = 0; f < flows.size(); ++f) {
-        for (const Nested& any : nested) {
-            SCOPED_TRACE(::testing::Message() << "flow " << f << ", delivered " << std::hex << any.delivery.number);
-            baseline();
-            host.setVariation(Variation::NestedDeliveries);
-            host::Interjection interjection;
-            interjection.deliveries = {any.delivery};
-            host.setInterjection(std::move(interjection));
-            flows[f]();
-            EXPECT_GT(host.interjections(), 0);
-            host.setVariation(Variation::Default);
-            host.events().pump();
-            // Whatever happened, the component answers as before and holds
-            // no lock.
-            reset();
-            pageEvent(0xFC00060Au);
-            ASSERT_EQ(trace(sent()), Refresh);
-            EXPECT_THAT(warnings(), IsEmpty());
-        }
     }
 }
 
