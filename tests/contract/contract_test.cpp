@@ -274,10 +274,11 @@ TEST(ContractTest, AHostOfItsOwnDrivesTheLibraryThroughTheDeclaredSlotsAndLayout
     auto pluginit = reinterpret_cast<void (*)(const void*)>(dlsym(library, "pluginit"));
     auto pluginfo = reinterpret_cast<const PluginInfo* (*)()>(dlsym(library, "pluginfo"));
     ASSERT_TRUE(pluginit != nullptr && pluginfo != nullptr);
-    pluginit(&hostApi);
-
-    // A host checks the version and finds the component by its id.
+    // A host reads the description before pluginit, checks the version and
+    // finds the component by its id.
     const PluginInfo* info = pluginfo();
+    pluginit(&hostApi);
+    EXPECT_EQ(pluginfo(), info);
     EXPECT_STREQ(info->version, "0.1");
     ASSERT_NE(info->components[0], nullptr);
     EXPECT_EQ(info->components[1], nullptr);

@@ -1,15 +1,10 @@
-// The built library through its entry points, and virtual-table slots called
-// by raw position, independently of the interface declarations.
+// pluginit against the built library, and the configuration services' slots
+// called by raw position, independently of their declarations.
 
-#include "framework/wire.h"
 #include "host/host.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <dlfcn.h>
-
-#include <cstring>
 
 using edidvm::host::Host;
 using edidvm::host::HostApi;
@@ -25,22 +20,6 @@ Result callSlot(const void* object, int slot, Args... args)
     using Function = Result (*)(const void*, Args...);
     void* const* table = *static_cast<void* const* const*>(object);
     return reinterpret_cast<Function>(table[slot])(object, args...);
-}
-
-// The description's contents are checked by the contract suite's own host.
-TEST(Plugin, PluginfoGivesTheSameRecordBeforeAndAfterPluginit)
-{
-    Host host;
-    ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();
-    ASSERT_TRUE(host.readDescription()) << host.error();
-    const kpf::PluginInfo* info = host.pluginInfo();
-    void* library = dlopen(EDIDVM_PLUGIN_PATH, RTLD_NOW | RTLD_NOLOAD);
-    ASSERT_NE(library, nullptr);
-    const auto pluginfo = reinterpret_cast<const kpf::PluginInfo* (*)()>(dlsym(library, "pluginfo"));
-    EXPECT_EQ(pluginfo(), info);
-    host.callPluginit(&host.api());
-    EXPECT_EQ(pluginfo(), info);
-    dlclose(library);
 }
 
 // The library's API holder lives as long as the library: each case reopens it.
