@@ -180,24 +180,6 @@ TEST(EdidDecode, EveryFileListsTheModesAndPorchesOfEdidDecodeAndNothingElse)
     EXPECT_GT(refused, 0) << "the files must exercise a bad checksum found by both decoders";
 }
 
-TEST(EdidDescribe, WidthHeightInterlaceAndRefreshToTwoDecimals)
-{
-    const std::tuple<const char*, const char*, const char*> cases[] = {
-        {"viewsonic-vp2768-dp.edid", "DTD 1", "2560x1440@59.95"},
-        {"viewsonic-vp2768-dp.edid", "DTD 3", "1920x1080i@60.00"},
-        {"samsung-s27a950d-dp.edid", "DTD 1", "1920x1080@119.98"},
-        {"goldstar-ite6604-hdmi.edid", "VIC 6", "1440x480i@59.94"},
-        {"acer-al1717.edid", "IBM", "720x400@70.08"},
-    };
-    for (const auto& [file, source, text] : cases) {
-        const Edid edid = loadEdidFile(std::string(EDIDVM_SAMPLE_EDID_DIR "/") + file);
-        const auto mode = std::find_if(edid.modes.begin(), edid.modes.end(),
-                                       [source = source](const Mode& m) { return m.source == source; });
-        ASSERT_NE(mode, edid.modes.end()) << file << " " << source;
-        EXPECT_EQ(describe(*mode), text) << file;
-    }
-}
-
 TEST(EdidBadInput, EachFaultNamesTheBlockAndTheByte)
 {
     const std::string sum = " to make the block sum to 0";
