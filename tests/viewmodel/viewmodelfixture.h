@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -114,9 +115,7 @@ inline Trace join(std::initializer_list<Trace> parts)
 inline std::string variationTestName(const ::testing::TestParamInfo<host::Variation>& info)
 {
     std::string name = host::variationName(info.param);
-    for (char& c : name)
-        if (c == '-')
-            c = '_';
+    std::replace(name.begin(), name.end(), '-', '_');
     return name;
 }
 
