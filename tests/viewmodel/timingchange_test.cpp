@@ -1,6 +1,6 @@
 // The timing-change flow end to end, each road as its exact trace.
 
-#include "viewmodel/timingchangefixture.h"
+#include "viewmodel/viewmodelfixture.h"
 
 #include <gmock/gmock.h>
 
