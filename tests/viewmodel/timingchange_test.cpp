@@ -1,6 +1,6 @@
 // The timing-change flow end to end, each road as its exact trace.
 
-#include "viewmodel/viewmodelfixture.h"
+#include "viewmodel/timingchangefixture.h"
 
 #include <gmock/gmock.h>
 

@@ -2,7 +2,7 @@
 // read once, lists answered elsewhere, deliveries nested in its own sends,
 // the current interface moving while a step runs.
 
-#include "viewmodel/viewmodelfixture.h"
+#include "viewmodel/timingchangefixture.h"
 
 #include <gmock/gmock.h>
 
