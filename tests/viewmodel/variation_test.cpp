@@ -9,6 +9,8 @@
 #include <array>
 #include <deque>
 #include <functional>
+#include <memory>
+#include <type_traits>
 
 namespace edidvm {
 namespace test {
@@ -27,6 +29,10 @@ host::Delivery event(std::uint32_t number, const Record& record, std::optional<i
     host::Delivery delivery;
     delivery.number = number;
     delivery.payload = bytesOf(record);
+    // A record owning texts is delivered from a copy that lives as long as
+    // the delivery; its bytes would point into the caller's temporary.
+    if constexpr (!std::is_trivially_copyable_v<Record>)
+        delivery.record = std::make_shared<const Record>(record);
     delivery.size = size;
     return delivery;
 }
