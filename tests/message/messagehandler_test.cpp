@@ -1,6 +1,5 @@
 // The handler base, through a test-only component that records its handlers' calls.
 
-#include "common/warningcapture.h"
 #include "framework/api.h"
 #include "framework/idispatchers.h"
 #include "framework/wire.h"
@@ -12,18 +11,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <numeric>
 #include <thread>
 
 using edidvm::host::Bytes;
 using edidvm::host::Channel;
-using edidvm::host::CommandDispatcher;
-using edidvm::host::SentKind;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 namespace {
@@ -172,70 +166,6 @@ TEST_F(MessageHandlerTest, ReservedNumbersAreFilteredStartRunsOnInitTheKindChoos
     host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
     host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
     EXPECT_THAT(component.tags, ElementsAre(1, 2, 3, 4));
-}
-
-TEST_F(MessageHandlerTest, SendCommandCopiesAReplyOnlyWhenItsSizeMatchesAndReleasesTheResponseFirst)
-{
-    const Bytes four = {1, 2, 3, 4};
-    const std::tuple<const char*, bool, std::optional<Bytes>, int, bool> cases[] = {
-        {"one byte short", true, Bytes{1, 2, 3}, 4, false},    {"one byte long", true, Bytes{1, 2, 3, 4, 5}, 4, false},
-        {"reply size 0 copies nothing", true, four, 0, false}, {"no reply", true, std::nullopt, 4, false},
-        {"nobody answers", false, std::nullopt, 4, false},     {"exact size", true, four, 4, true},
-    };
-    TestComponent component({});
-    host.start(&component);
-    for (const auto& [name, answered, reply, replySize, copied] : cases) {
-        SCOPED_TRACE(name);
-        host.recorder().clear();
-        host.commands().clearReleases();
-        host.commands().removeResponder(0xFC08100Au);
-        if (answered)
-            host.commands().setResponder(0xFC08100Au, [reply = reply](const kpf::IMessage&) { return reply; });
-        Bytes buffer(8, 0xAB), expected(8, 0xAB);
-        if (copied)
-            std::copy(four.begin(), four.end(), expected.begin());
-        const std::int32_t payload = 0x01020304;
-        EXPECT_EQ(component.sendCommand(kpf::wireInt(0xFC08100Au), sizeof payload, &payload, replySize, buffer.data()),
-                  answered ? 0 : -1);
-        EXPECT_EQ(buffer, expected);
-        const auto sent = host.recorder().messages();
-        ASSERT_EQ(sent.size(), 1u);
-        EXPECT_EQ(std::make_tuple(sent[0].kind, sent[0].number, sent[0].sender, sent[0].mode, sent[0].bytes),
-                  std::make_tuple(SentKind::Command, 0xFC08100Au, std::string("test"), 0, Bytes{4, 3, 2, 1}));
-        // The response first, even when there is none, then the message.
-        EXPECT_THAT(host.commands().releases(),
-                    ElementsAre(reply ? CommandDispatcher::Release::Response : CommandDispatcher::Release::Null,
-                                CommandDispatcher::Release::Message));
-    }
-    // A caller that wants no copy gives no buffer, whatever the reply.
-    EXPECT_EQ(component.sendCommand(kpf::wireInt(0xFC08100Au), 0, nullptr, 4, nullptr), 0);
-}
-
-TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
-{
-    host.api().removeService("commanddispatcher");
-    host.api().removeService("eventdispatcher");
-    TestComponent component({{false, EventA, 1}, {true, CommandA, 2}});
-    edidvm::test::WarningCapture capture;
-    host.start(&component);
-    unsigned char reply[4] = {9, 9, 9, 9};
-    EXPECT_EQ(component.sendCommand(kpf::wireInt(CommandA), 0, nullptr, 4, reply), -1);
-    component.sendEvent(kpf::wireInt(EventA), 0, nullptr);
-    component.postEvent(kpf::wireInt(EventB), 0, nullptr);
-
-    // Registration, sendCommand, sendEvent, postEvent: one warning each.
-    EXPECT_THAT(capture.texts(), ElementsAre("service eventdispatcher is missing, not subscribed: 0xFC00060A",
-                                             "service commanddispatcher is missing, not subscribed: 0xFC051016",
-                                             "service commanddispatcher is missing, command not sent: 0xFC051016",
-                                             "service eventdispatcher is missing, event not sent: 0xFC00060A",
-                                             "service eventdispatcher is missing, event not sent: 0xFC00060B"));
-    EXPECT_THAT(capture.messages().at(0).function, HasSubstr("LCD::Message::MessageHandler::registerEvent"));
-    EXPECT_THAT(reply, ElementsAre(9, 9, 9, 9));
-    EXPECT_THAT(host.subscriptions().calls(), IsEmpty());
-    EXPECT_THAT(host.recorder().messages(), IsEmpty());
-    // The tables were filled all the same: direct deliveries still route.
-    host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr);
-    EXPECT_THAT(component.tags, ElementsAre(1));
 }
 
 // Many numbers, so that several share a first slot and probes wrap around;

@@ -4,10 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <chrono>
 #include <limits>
-#include <thread>
 
 namespace edidvm {
 namespace test {
@@ -18,17 +15,10 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr std::uint32_t SetCurrent = 0xFC021009u;
-constexpr std::uint32_t CurrentTiming = 0xFC00060Au;
-constexpr std::uint32_t ThumbTiming = 0xFC00060Bu;
 const char ThumbFrameWarning[] = "check array not find cur frame";
 const char DetailFrameWarning[] = "not find frame in check array";
 
-Bytes noticeOf(const s_InterfaceList& record)
-{
-    return bytesOf(Model::s_InterfaceTimingNotice{record.ifWord92, record.ifWord158, 0, record.stThumbTiming.param4});
-}
-
-// The page's interfaceId and checkParams (55, 999, 998) must be replaced.
+// A check as the page sends it: the view model fills in the interface and its check parameters.
 s_ThumbTimigCheck thumbCheck(std::int32_t width, std::int32_t height, float refresh, std::int32_t tag = 0)
 {
     return {55, tag, {7, refresh, width, height, 8, 9, 10}, 999, 998};
@@ -79,113 +69,6 @@ protected:
         return texts;
     }
 };
-
-TEST_P(InterfaceTest, CurrentInterfaceIsSetFromAWholeRecordAndItsTypeAnsweredWhateverTheCommandCarries)
-{
-    EXPECT_EQ(typeReply(), 0) << "before any interface is set";
-    s_InterfaceList record = makeInterface(6, 0, 8);
-    record.stAuxiliaryInfo.usedByScreen = std::string(300, 'u');
-    setCurrent(record);
-    ASSERT_EQ(trace(sent()), Trace({"E FC020607 56", "E FC020608 28"}));
-    EXPECT_EQ(sent()[0].bytes, bytesOf(record.stTimingDetail));
-    EXPECT_EQ(sent()[1].bytes, bytesOf(record.stThumbTiming));
-    char payload[1000] = {};
-    for (const auto& [data, size] : {std::pair<const void*, int>{payload, 3}, {payload, 1000}, {nullptr, 50}})
-        EXPECT_EQ(typeReply(data, size), 8) << size;
-
-    // The message center is looked up on every reply (the unit suite takes it away).
-    host.api().clearLookups();
-    typeReply();
-    typeReply();
-    EXPECT_THAT(host.api().lookups(), ElementsAre("kpf_default_messagecenter", "kpf_default_messagecenter"));
-}
-
-// Re-entry on the locking thread is the variation suite's; here another
-// thread waits for the lock, then acts.
-TEST_P(InterfaceTest, AnotherThreadWaitsForTheLockThenActs)
-{
-    const s_InterfaceList nested = makeInterface(2, 0, 8);
-    std::thread other;
-    std::atomic<bool> started{false};
-    std::size_t sentWhileHeld = 0;
-    host.events().addListener(
-        [&](const kpf::IMessage&) {
-            if (started.exchange(true))
-                return;
-            other = std::thread([&] { host.event(SetCurrent, &nested, sizeof nested); });
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            sentWhileHeld = sent().size();
-        },
-        0xFC020607u);
-    setCurrent(makeInterface(1, 0, 4));
-    other.join();
-    EXPECT_EQ(sentWhileHeld, 1u) << "only the first handler's first event while it holds the lock";
-    EXPECT_THAT(warnings(), IsEmpty());
-    ASSERT_EQ(sent().size(), 4u);
-    EXPECT_EQ(sent()[2].bytes, bytesOf(nested.stTimingDetail)) << "the waiting thread acted afterwards";
-    EXPECT_EQ(typeReply(), 8);
-}
-
-// The current-timing request adopts the listed current interface, else the
-// first entry; the thumb-timing request the selected one, else a usable type
-// 4 in connector order, else the smallest connector.
-TEST_P(InterfaceTest, TimingRequestsAdoptAnInterfaceFromTheListAndSendItsTimings)
-{
-    using Entry = std::array<std::int32_t, 4>; // connector, id, type, status
-    const std::vector<Entry> plain = {{0, 3, 0, 0}, {0, 1, 0, 0}};
-    const std::vector<Entry> mixed = {{2, 10, 4, 0}, {1, 11, 4, 2}, {0, 12, 3, 0}};
-    const std::tuple<const char*, std::uint32_t, std::int32_t, std::vector<Entry>, std::optional<Bytes>, std::int32_t>
-        cases[] = {
-            {"current listed", CurrentTiming, 1, plain, {}, 1},
-            {"current unlisted", CurrentTiming, 7, plain, {}, 3},
-            {"no reply: 12 is not type 4, 11 has status 2", ThumbTiming, 1, mixed, {}, 10},
-            {"reply names 12", ThumbTiming, 1, mixed, bytesOf<std::int32_t>(12), 12},
-            {"3-byte reply counts as none", ThumbTiming, 1, mixed, Bytes{12, 0, 0}, 10},
-            {"5-byte reply counts as none", ThumbTiming, 1, mixed, Bytes{12, 0, 0, 0, 0}, 10},
-            {"reply names no listed interface", ThumbTiming, 1, mixed, bytesOf<std::int32_t>(99), 10},
-            {"usable type 4 in connector order", ThumbTiming, 1, {{3, 10, 4, 0}, {1, 13, 4, 1}, {0, 12, 3, 0}}, {}, 13},
-            {"none usable: smallest connector", ThumbTiming, 1, {{2, 10, 4, 2}, {-1, 11, 3, 0}, {0, 12, 6, 0}}, {}, 11},
-            {"id -1 matches the unanswered reply", ThumbTiming, 1, {{0, 5, 4, 0}, {1, -1, 3, 0}}, {}, -1},
-        };
-    for (const auto& [name, number, current, entries, reply, adopted] : cases) {
-        SCOPED_TRACE(name);
-        // The cached copy has no timing: what is sent comes from the list.
-        s_InterfaceList cached = makeInterface(current);
-        cached.stThumbTiming = {};
-        cached.stTimingDetail = {};
-        setCurrent(cached);
-        interfaces.clear();
-        for (const Entry& e : entries)
-            interfaces.push_back(makeInterface(e[1], e[0], e[2], e[3]));
-        selectedReply = reply;
-        const s_InterfaceList expected = makeInterface(adopted);
-        s_ThumbTimingInfo thumb = expected.stThumbTiming;
-        reset();
-        pageEvent(number);
-        const auto messages = sent();
-        if (number == CurrentTiming) {
-            ASSERT_EQ(trace(messages), Trace({"C FC050111 8", "E FC020607 56", "E FC020608 28", "E FC030606 16"}));
-            EXPECT_EQ(messages[1].bytes, bytesOf(expected.stTimingDetail));
-        } else {
-            ASSERT_EQ(trace(messages),
-                      Trace({"C FC050111 8", "C FC08100A 0", "C FC001009 4", "E FC020608 28", "E FC030606 16"}));
-            EXPECT_TRUE(messages[1].nullData);
-            EXPECT_EQ(messages[2].bytes, bytesOf(adopted));
-            thumb.param6 = expected.ifWord92; // only here the seventh word differs from the stored one
-        }
-        EXPECT_EQ(messages.end()[-2].bytes, bytesOf(thumb));
-        EXPECT_EQ(messages.back().bytes, noticeOf(expected));
-        for (const SentMessage& message : messages)
-            EXPECT_EQ(std::make_pair(message.sender, message.mode),
-                      std::make_pair(std::string("outputedidviewmodel"), message.kind == SentKind::Command ? 0 : 9));
-        EXPECT_THAT(warnings(), IsEmpty());
-        // Adopted, so found again in another order.
-        std::reverse(interfaces.begin(), interfaces.end());
-        reset();
-        pageEvent(CurrentTiming);
-        EXPECT_EQ(payloadOf(0xFC020608u), bytesOf(expected.stThumbTiming));
-    }
-}
 
 // Every handler that reads its payload wants the exact size and data: one
 // byte short or too many, or no data, is refused with the handler's warning.
@@ -257,50 +140,6 @@ TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
         requestChecks(checks);
         EXPECT_EQ(warnings(), rejected ? Trace{"timing is 0."} : Trace{});
         EXPECT_EQ(thumbChecksSeen.size(), rejected ? 0u : checks.size());
-    }
-}
-
-TEST_P(InterfaceTest, ChecksAreStampedFromTheFreshListAndTheTraceEndsWithResultsOnlyWhenThereAreAny)
-{
-    interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)};
-    setCurrent(makeInterface(-1));
-    reset();
-    request(true);
-    request(false);
-    EXPECT_THAT(warnings(),
-                ElementsAre("Not find interface source. interfaceid: -1", "Not find input source. interfaceid: -1"));
-    EXPECT_EQ(trace(sent()), Trace(2, "C FC050111 8"));
-
-    // Stamped from the fresh list, not the cached record.
-    setCurrent(makeInterface(2));
-    interfaces[1].checkParam0 = 500;
-    interfaces[1].checkParam1 = -600;
-    QueryInfo<s_TimigCheckQuery> page;
-    page.info.stThumbCheckArry = {thumbCheck(1920, 1080, 60.0f, 0), thumbCheck(1280, 720, 50.0f, 3),
-                                  thumbCheck(0, 0, 0.0f, 5)};
-    page.info.stDetailCheckArry = {detailCheck(4), detailCheck(13)};
-    QueryInfo<s_TimigCheckQuery>* address = &page;
-    const auto stamped = [](auto checks) {
-        for (auto& check : checks)
-            std::tie(check.interfaceId, check.checkParam0, check.checkParam1) = std::make_tuple(2, 500, -600);
-        return bytesOfAll(checks);
-    };
-    for (bool thumb : {true, false}) {
-        SCOPED_TRACE(thumb ? "thumb" : "detail");
-        checkResults = {result(2, 1, {6000})};
-        reset();
-        host.event(thumb ? 0xFC000605u : 0xFC000606u, &address, sizeof address);
-        // Fetch, the SDI hook's fetch, the check, the response's fetch.
-        const Trace query = {"C FC050111 8", "C FC050111 8", thumb ? "C FC051000 8" : "C FC051001 8", "C FC050111 8"};
-        EXPECT_EQ(trace(sent()), join({query, {thumb ? "E FC020603 24" : "E FC020604 24"}}));
-        EXPECT_EQ(bytesOfAll(thumbChecksSeen), thumb ? stamped(page.info.stThumbCheckArry) : Bytes{});
-        EXPECT_EQ(bytesOfAll(detailChecksSeen), thumb ? Bytes{} : stamped(page.info.stDetailCheckArry));
-        EXPECT_THAT(warnings(), IsEmpty());
-        // No results: the response neither fetches nor reports.
-        checkResults.clear();
-        reset();
-        request(thumb);
-        EXPECT_EQ(trace(sent()), Trace(query.begin(), query.end() - 1));
     }
 }
 

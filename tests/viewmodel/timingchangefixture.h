@@ -13,7 +13,6 @@ namespace test {
 constexpr std::uint32_t ThumbChoice = 0xFC00060Cu;
 constexpr std::uint32_t ReferenceChoice = 0xFC00060Du;
 constexpr std::uint32_t BoxAnswer = 0xFC000620u;
-constexpr std::uint32_t Confirmation = 0xFC030605u;
 
 inline const Trace Impact = {"C FC050200 8", "C FC050111 8", "C FC0D1000 8", "C FC000004 0"};
 inline const Trace ThumbWrite = {"C FC050111 8",  "E FC000626 44", "C FC051000 8",
@@ -30,12 +29,6 @@ inline const char BandwidthText[] =
     "Bandwidth limit exceeded. Please adjust the frame rate or advanced parameters and retry.";
 inline const char NoTarget[] = "Not find the interface: id: 3";
 inline const char MissingService[] = "Not find the pSubcardCfgMgr or pDeviceCfgMgr";
-inline const char AssessFailed[] = "Fail to assess interface timing.";
-
-inline std::string confirmationText(const std::string& names)
-{
-    return "This action will change the resolutions of the following screens: " + names + ", Do you want to continue?";
-}
 
 inline s_InterfaceThumbTiming thumbTiming(std::int32_t width, std::int32_t height, float refresh, std::int32_t id = 3)
 {
@@ -58,15 +51,6 @@ inline s_ScreenDetailInfo screen(std::uint32_t screenId, std::uint32_t index, st
     for (std::int32_t interfaceId : fedBy)
         record.stOutputDetailArry.emplace_back().interfaceId = interfaceId;
     return record;
-}
-
-// The timing the device is asked to assess, once for each screen.
-inline Bytes assessedBytes(std::vector<std::uint32_t> screenIds, float refresh, std::int32_t width, std::int32_t height)
-{
-    s_ScreenThumbTimingArry all;
-    for (std::uint32_t id : screenIds)
-        all.push_back({id, {0, refresh, width, height, 0, 0, 0}});
-    return bytesOfAll(all);
 }
 
 inline Bytes boxBytes(std::int32_t boxId, std::int32_t boxType, const std::string& text)

@@ -200,62 +200,6 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
     }
 }
 
-TEST_F(VariationTest, ACurrentInterfaceThatMovesDuringACommitIsReadAgainWhereTheCommitReadsIt)
-{
-    const host::Delivery moveTo5 = event(0xFC021009u, makeInterface(5, 2));
-    const Trace movedEvents = {"E FC020607 56", "E FC020608 28"};
-
-    // Same resolution: no impact, committed at once; the current interface
-    // moves while the device writes. Nothing is shown for the old one.
-    interjectOnce(Variation::MovingCurrent, {moveTo5}, 0xFC051008u);
-    choose(thumbTiming(1920, 1080, 30.0f));
-    EXPECT_EQ(trace(sent()), join({Impact,
-                                   {"C FC050111 8", "E FC000626 44", "C FC051000 8", "E FC0C0C0F 11", "C FC051008 24"},
-                                   movedEvents,
-                                   {"E FC0C0C10 0"}}));
-    ASSERT_EQ(thumbWritten.size(), 1u);
-    EXPECT_EQ(thumbWritten[0].at(0).interfaceId, 3);
-
-    // It moves while the commit fetches the list: the check is made for the
-    // interface current once the list is in.
-    baseline();
-    choose(thumbTiming(1280, 720, 30.0f));
-    interjectOnce(Variation::MovingCurrent, {moveTo5}, 0xFC050111u);
-    answer(35, 1);
-    EXPECT_EQ(payloadOf(0xFC000626u),
-              bytesOf(s_ThumbTimigCheck{5, 3, thumbTiming(1280, 720, 30.0f).stThumbTiming, 75, 85}));
-
-    // It moves while the pre-check is judged: only the new one's verdicts count.
-    for (const bool thumb : {true, false}) {
-        SCOPED_TRACE(thumb ? "thumb" : "reference");
-        baseline();
-        checkResults = {verdict(3, 0, 6000), verdict(5, 0, 6000, 1)};
-        interjectOnce(Variation::MovingCurrent, {moveTo5}, thumb ? 0xFC051000u : 0xFC051001u);
-        thumb ? choose(thumbTiming(1920, 1080, 30.0f)) : choose(referenceTiming(1920, 1080, 30.0f));
-        const Trace rejected =
-            thumb ? Trace{"C FC050111 8", "E FC000626 44", "C FC051000 8"} : Trace{"C FC050111 8", "C FC051001 8"};
-        EXPECT_EQ(trace(sent()), join({Impact, rejected, movedEvents, {"E FC0C0C12 556"}}));
-    }
-}
-
-TEST_F(VariationTest, ACommitWritesTheChoiceItsPreCheckJudgedWhileANewChoiceIsStoredForTheNext)
-{
-    const s_InterfaceThumbTiming first = thumbTiming(1920, 1080, 30.0f);
-    const s_InterfaceThumbTiming second = thumbTiming(1920, 1080, 50.0f);
-    // The second choice arrives, and is committed, during the first's pre-check.
-    interjectOnce(Variation::NestedDeliveries, {event(0xFC00060Cu, second)}, 0xFC051000u);
-    choose(first);
-    host.setVariation(Variation::Default);
-    ASSERT_EQ(thumbWritten.size(), 2u);
-    EXPECT_EQ(thumbWritten[0].at(0).stThumbTiming.refresh, 50.0f);
-    EXPECT_EQ(thumbWritten[1].at(0).stThumbTiming.refresh, 30.0f);
-    EXPECT_EQ(payloadOf(0xFC020611u, 1), bytesOf(first.stThumbTiming));
-    reset();
-    answer(35, 1);
-    ASSERT_EQ(thumbWritten.size(), 1u);
-    EXPECT_EQ(thumbWritten[0].at(0).stThumbTiming.refresh, 50.0f) << "the stored choice is the newest";
-}
-
 } // namespace
 } // namespace test
 } // namespace edidvm

@@ -178,24 +178,16 @@ protected:
             }
             return std::nullopt;
         });
-        for (auto [number, reply] : {std::pair{0xFC000004u, &deviceParamReply}, {0xFC08100Au, &selectedReply}})
-            host.commands().setResponder(number, [reply = reply](const kpf::IMessage&) { return *reply; });
-        // One answer per assessment, in order; past the list, accepted.
-        host.commands().setResponder(0xFC05021Fu, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            auto* query = host::payloadAddress<QueryInfo<s_TimingAssessQuery>>(command);
-            if (query == nullptr)
-                return std::nullopt;
-            assessedTimings.push_back(query->info.stScreenThumbTimingArry);
-            const std::size_t call = assessedTimings.size() - 1;
-            const Assessment answer = call < assessments.size() ? assessments[call] : Assessment();
-            query->info.stAssessResultArry = answer.results;
-            return answer.carriedOut;
-        });
+        // The device's parameter and its selected interface go unanswered;
+        // every assessment is carried out and raises no code.
+        for (std::uint32_t number : {0xFC000004u, 0xFC08100Au})
+            host.commands().setResponder(number, [](const kpf::IMessage&) { return std::optional<Bytes>(); });
+        host.commands().setResponder(0xFC05021Fu, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{1}); });
         // The payload is the vector object, readable while the command lasts.
         host.commands().setResponder(0xFC051008u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
             if (command.size() == 24 && command.data() != nullptr)
                 thumbWritten.push_back(*static_cast<const std::vector<s_InterfaceThumbTiming>*>(command.data()));
-            return writeAnswer;
+            return std::nullopt;
         });
         const auto checkService = [this](const kpf::IMessage& command) -> std::optional<Bytes> {
             if (auto* query = host::payloadAddress<QueryInfo<s_TimigCheckQuery>>(command)) {
@@ -233,7 +225,7 @@ protected:
         capture.clear();
         const auto clear = [](auto&... lists) { (lists.clear(), ...); };
         clear(thumbChecksSeen, detailChecksSeen, resultEvents, interfaceFiltersSeen, screenFiltersSeen,
-              subcardRequestsSeen, assessedTimings, thumbWritten, referenceWritten);
+              subcardRequestsSeen, thumbWritten, referenceWritten);
     }
 
     // As the page or another component would send them.
@@ -269,22 +261,12 @@ protected:
     host::Host host;
     kpf::IMessageHandler* component = nullptr;
 
-    struct Assessment
-    {
-        std::optional<Bytes> carriedOut = Bytes{1}; // the one-byte reply
-        std::vector<s_AssessResult> results;
-    };
-
     // What the stand-in components answer.
     std::vector<s_InterfaceList> interfaces;
-    std::optional<Bytes> selectedReply; // reply to 0xFC08100A; none by default
     s_TimigCheckResultArry checkResults;
     std::vector<s_ScreenDetailInfo> screens;
     std::vector<s_SubcardInfo> subcards;
-    std::optional<Bytes> deviceParamReply; // reply to 0xFC000004; none by default
-    std::vector<Assessment> assessments;   // one per 0xFC05021F, in order
-    std::optional<Bytes> writeAnswer;      // reply to 0xFC051008; none by default
-    bool interfaceAnswerNulled = false;    // 0xFC050111 nulls a lent pointer variable
+    bool interfaceAnswerNulled = false; // 0xFC050111 nulls a lent pointer variable
 
     // What they saw.
     std::vector<s_ThumbTimigCheck> thumbChecksSeen;
@@ -293,7 +275,6 @@ protected:
     std::vector<Parameters> interfaceFiltersSeen;
     std::vector<Parameters> screenFiltersSeen;
     std::vector<std::int32_t> subcardRequestsSeen;
-    std::vector<s_ScreenThumbTimingArry> assessedTimings;
     std::vector<std::vector<s_InterfaceThumbTiming>> thumbWritten;
     std::vector<std::vector<s_InterfacePresetTiming>> referenceWritten;
 };
