@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Line and branch coverage of the library's own code (plugin/, framework/,
-# message/, protomodel/, viewmodel/) by its fast suites: a gcc --coverage
-# build in build-coverage without the simulator, benchmarks or fuzzers, its
-# ctest, then gcovr. The HTML report goes to build-coverage/coverage/; the
+# message/, protomodel/, viewmodel/) by its suites and the shipped scenarios
+# (the flows end to end): a gcc --coverage build in build-coverage with the
+# simulator but without its page, benchmarks or fuzzers, its ctest, then gcovr. The HTML report goes to build-coverage/coverage/; the
 # figures are printed, the whole and message/ and viewmodel/ apart. Installs
 # nothing (scripts/install-deps.sh does).
 set -euo pipefail
@@ -14,7 +14,7 @@ jobs=$(( $(nproc) < 2 ? $(nproc) : 2 ))
 echo "== coverage: gcc --coverage build in $build"
 # -O0 without debug information: exact line counts, and the quickest build.
 CC=gcc CXX=g++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 \
-  -DEDIDVM_BUILD_SIM=OFF -DEDIDVM_BUILD_BENCH=OFF -DEDIDVM_BUILD_FUZZ=OFF \
+  -DEDIDVM_BUILD_SIM=ON -DEDIDVM_BUILD_PAGE=OFF -DEDIDVM_BUILD_BENCH=OFF -DEDIDVM_BUILD_FUZZ=OFF \
   -DCMAKE_CXX_FLAGS="--coverage" -DCMAKE_EXE_LINKER_FLAGS="--coverage" \
   -DCMAKE_SHARED_LINKER_FLAGS="--coverage" -DCMAKE_MODULE_LINKER_FLAGS="--coverage"
 cmake --build "$build" -j "$jobs"

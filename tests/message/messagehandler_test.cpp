@@ -1,5 +1,6 @@
 // The handler base, through a test-only component that records its handlers' calls.
 
+#include "common/warningcapture.h"
 #include "framework/api.h"
 #include "framework/idispatchers.h"
 #include "framework/wire.h"
@@ -18,6 +19,7 @@
 using edidvm::host::Bytes;
 using edidvm::host::Channel;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 namespace {
@@ -166,6 +168,33 @@ TEST_F(MessageHandlerTest, ReservedNumbersAreFilteredStartRunsOnInitTheKindChoos
     host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
     host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
     EXPECT_THAT(component.tags, ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
+{
+    host.api().removeService("commanddispatcher");
+    host.api().removeService("eventdispatcher");
+    TestComponent component({{false, EventA, 1}, {true, CommandA, 2}});
+    edidvm::test::WarningCapture capture;
+    host.start(&component);
+    unsigned char reply[4] = {9, 9, 9, 9};
+    EXPECT_EQ(component.sendCommand(kpf::wireInt(CommandA), 0, nullptr, 4, reply), -1);
+    component.sendEvent(kpf::wireInt(EventA), 0, nullptr);
+    component.postEvent(kpf::wireInt(EventB), 0, nullptr);
+
+    // Registration, sendCommand, sendEvent, postEvent: one warning each.
+    EXPECT_THAT(capture.texts(), ElementsAre("service eventdispatcher is missing, not subscribed: 0xFC00060A",
+                                             "service commanddispatcher is missing, not subscribed: 0xFC051016",
+                                             "service commanddispatcher is missing, command not sent: 0xFC051016",
+                                             "service eventdispatcher is missing, event not sent: 0xFC00060A",
+                                             "service eventdispatcher is missing, event not sent: 0xFC00060B"));
+    EXPECT_THAT(capture.messages().at(0).function, HasSubstr("LCD::Message::MessageHandler::registerEvent"));
+    EXPECT_THAT(reply, ElementsAre(9, 9, 9, 9));
+    EXPECT_THAT(host.subscriptions().calls(), IsEmpty());
+    EXPECT_THAT(host.recorder().messages(), IsEmpty());
+    // The tables were filled all the same: direct deliveries still route.
+    host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr);
+    EXPECT_THAT(component.tags, ElementsAre(1));
 }
 
 // Many numbers, so that several share a first slot and probes wrap around;

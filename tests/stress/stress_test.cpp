@@ -167,8 +167,9 @@ protected:
         host.deliver(component, Event, GetTiming, 0, nullptr);
         std::int32_t traced = -1;
         for (const SentMessage& sent : host.recorder().messages())
-            if (sent.number == 0xFC020607u)
-                traced = static_cast<std::int32_t>(recordFrom<s_TimingDetailInfo>(sent).param13) - 1300;
+            for (int i = 0; i < Records; ++i)
+                if (sent.number == 0xFC020607u && sent.bytes == bytesOf(traffic.records[i].stTimingDetail))
+                    traced = i + 1;
         EXPECT_EQ(type, 10 + traced - 1) << "the type and the interface come from different records";
         EXPECT_EQ(filteredId.load(), traced) << "the id and the record come from different records";
         return traced;

@@ -39,15 +39,6 @@ s_TimigCheckResult result(std::int32_t interfaceId, std::uint32_t mark, std::vec
 class InterfaceTest : public ViewModelTest
 {
 protected:
-    std::int32_t typeReply(const void* data = nullptr, int size = 0)
-    {
-        const std::optional<Bytes> reply = host.command(0xFC051016u, data, size);
-        std::int32_t value = -12345;
-        if (reply && reply->size() == sizeof value)
-            std::memcpy(&value, reply->data(), sizeof value);
-        return value;
-    }
-
     void request(bool thumb)
     {
         if (thumb)
@@ -106,7 +97,7 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
     host.event(0xFC000606u, addresses + 1, 8);
     EXPECT_EQ(warnings(), Trace(2, "msg data is null."));
     EXPECT_THAT(sent(), IsEmpty());
-    EXPECT_EQ(typeReply(), 0) << "no interface was set";
+    EXPECT_EQ(host.command(0xFC051016u, nullptr, 0), bytesOf<std::int32_t>(0)) << "no interface was set";
     // Category, file, line and function, in every build type.
     host.event(SetCurrent, nullptr, 0);
     const LoggedMessage logged = capture.messages().at(2);

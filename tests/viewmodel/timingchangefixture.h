@@ -78,7 +78,7 @@ protected:
     // Interface 3 (current; slot 2, connector 1), 5 (connector 2), 6 (connector
     // 5). Slot 2 is subcard 21; its connector 1 is key 77 (later ones are
     // decoys), tied to connectors 2 and 1: screens 101 (fed by 5) and 103 (fed
-    // by 3) are affected, 102 (fed by 6) is not.
+    // by 3) are affected, 102 (fed by 6 and by 99, which is not listed) is not.
     void SetUp() override
     {
         ViewModelTest::SetUp();
@@ -107,7 +107,7 @@ protected:
             return subcard == 21 && key == 77 ? related : std::vector<int>{};
         });
         related = {2, 1};
-        screens = {screen(101, 0, {5}), screen(102, 1, {6}), screen(103, 2, {3})};
+        screens = {screen(101, 0, {5}), screen(102, 1, {99, 6}), screen(103, 2, {3})};
         reset();
     }
 

@@ -80,15 +80,6 @@ Bytes bytesOfAll(const std::vector<Record>& records)
     return all;
 }
 
-template <typename Record>
-Record recordFrom(const SentMessage& message)
-{
-    Record record{};
-    EXPECT_EQ(message.bytes.size(), sizeof record);
-    std::memcpy(&record, message.bytes.data(), std::min(sizeof record, message.bytes.size()));
-    return record;
-}
-
 // One step per message, "C FC050111 8": kind (Q: queued event), number, size.
 inline Trace trace(const std::vector<SentMessage>& messages)
 {
