@@ -8,6 +8,7 @@
 #endif
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -42,6 +43,26 @@ std::string joined(const Keys& keys)
     return text;
 }
 
+// Keys and names quoted in a problem come from the file: their control
+// characters are written as JSON writes them, so each problem stays a line.
+std::string oneLine(const std::string& text)
+{
+    std::string line;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20) {
+            line += c;
+        } else if (c == '\n' || c == '\r' || c == '\t') {
+            line += c == '\n' ? "\\n" : c == '\r' ? "\\r" : "\\t";
+        } else {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
+            line += escaped;
+        }
+    }
+    return line;
+}
+
 // Thrown after a problem is recorded: reading goes on at the next part that
 // does not depend on the one abandoned. Never leaves loadScenario.
 struct Abandoned
@@ -70,7 +91,10 @@ public:
     const json& value() const { return m_value; }
     const std::string& path() const { return m_path; }
 
-    void report(const std::string& text) const { m_problems.push_back((m_path.empty() ? "/" : m_path) + ": " + text); }
+    void report(const std::string& text) const
+    {
+        m_problems.push_back(oneLine((m_path.empty() ? "/" : m_path) + ": " + text));
+    }
     [[noreturn]] void fail(const std::string& text) const
     {
         report(text);
