@@ -94,6 +94,16 @@ TEST_F(ViewModelUnitTest, UserTextsGoOutAsExactBytesFollowingTheInstalledTransla
     EXPECT_EQ(lastBox[281], 1) << "the field after the text is intact";
 }
 
+// The over-long translation above cuts inside a three-byte character.
+TEST(FitText, KeepsAtMostOneByteLessThanTheFieldOnACharacterBoundary)
+{
+    const std::tuple<QByteArray, int, int> cases[] = {{"abc", 4, 3},       {"abcd", 4, 3},
+                                                      {"a\xc3\xa9", 3, 1}, {"ab\xf0\x9f\x98\x80", 5, 2},
+                                                      {"\xc3\xa9", 2, 0},  {"abc", 0, 0}};
+    for (const auto& [text, field, kept] : cases)
+        EXPECT_EQ(Model::OutputEDIDViewModel::fitText(text, field), text.left(kept)) << text.toHex().constData();
+}
+
 TEST_F(ViewModelUnitTest, SdiRecordIsStoredOnlyWhenExactly16BytesTagsExpandInOrder)
 {
     const std::uint32_t words[5] = {1, 2, 5, 4, 99};
