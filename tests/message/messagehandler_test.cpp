@@ -81,6 +81,7 @@ public:
     }
 
     using MessageHandler::postEvent;
+    using MessageHandler::registerEvent;
     using MessageHandler::sendCommand;
     using MessageHandler::sendEvent;
 
@@ -190,6 +191,7 @@ TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
                                              "service eventdispatcher is missing, event not sent: 0xFC00060B"));
     EXPECT_THAT(capture.messages().at(0).function, HasSubstr("LCD::Message::MessageHandler::registerEvent"));
     EXPECT_THAT(reply, ElementsAre(9, 9, 9, 9));
+    EXPECT_EQ(component.registerEvent(kpf::wireInt(EventB), {}), -1) << "nothing was subscribed";
     EXPECT_THAT(host.subscriptions().calls(), IsEmpty());
     EXPECT_THAT(host.recorder().messages(), IsEmpty());
     // The tables were filled all the same: direct deliveries still route.
