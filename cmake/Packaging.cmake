@@ -1,6 +1,7 @@
 # Debian packages: liboutputedidviewmodel (the plug-in, what an integrator
-# installs on the device, arm64, or a desktop, amd64) and edidsim (the
-# simulator with its scenarios), each with a -dbgsym package holding its
+# installs on the device, arm64, or a desktop, amd64), edidsim (the
+# simulator with its scenarios, Qt Core only) and edidsim-page (the desktop
+# page edidsim loads, with Qt Quick), each with a -dbgsym package holding its
 # debugging symbols. `cpack` in a build directory makes them.
 # Included after the simulator's targets, which decide what edidsim ships.
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -67,6 +68,11 @@ if(TARGET edidsim)
   edidvm_package_docs(simulator edidsim)
   list(APPEND components simulator)
 endif()
+if(TARGET edidsim_page)
+  install(TARGETS edidsim_page LIBRARY DESTINATION ${EDIDVM_PAGE_INSTALL_DIR} COMPONENT page)
+  edidvm_package_docs(page edidsim-page)
+  list(APPEND components page)
+endif()
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
@@ -110,12 +116,19 @@ every message the plug-in exchanges. It also lists the modes of monitor
 EDIDs.")
 # Loaded with dlopen, so dpkg-shlibdeps cannot see it.
 set(edidsim_depends "liboutputedidviewmodel (= ${edidvm_deb_version})")
-if(TARGET edidvm::page)
-  string(APPEND edidsim_description "\n\nIt shows the device's page on the desktop, driven by the plug-in.")
-  # The QML modules the page imports, loaded at run time.
-  string(APPEND edidsim_depends ", qml-module-qtquick2, qml-module-qtquick-controls2, qml-module-qtquick-layouts,"
-         " qml-module-qtquick-window2")
-endif()
 set(CPACK_DEBIAN_SIMULATOR_DESCRIPTION "${edidsim_description}")
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_DEPENDS "${edidsim_depends}")
+if(TARGET edidsim_page)
+  set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SUGGESTS edidsim-page)
+  set(CPACK_DEBIAN_PAGE_PACKAGE_NAME edidsim-page)
+  set(CPACK_DEBIAN_PAGE_PACKAGE_SECTION devel)
+  set(CPACK_DEBIAN_PAGE_DESCRIPTION "desktop page for the output EDID view model simulator
+Shows the display controller's timing page on the desktop, driven by the
+output EDID view model plug-in on edidsim's simulated device, and draws it
+step by step for bug reports (edidsim page). edidsim loads it only for its
+page subcommand.")
+  # The program that loads it, and the QML modules the page imports at run time.
+  string(CONCAT CPACK_DEBIAN_PAGE_PACKAGE_DEPENDS "edidsim (= ${edidvm_deb_version}), qml-module-qtquick2, "
+         "qml-module-qtquick-controls2, qml-module-qtquick-layouts, qml-module-qtquick-window2")
+endif()
 include(CPack)

@@ -1,6 +1,8 @@
 // edidsim page: the page on a display, or its pictures step by step.
 
 #include "page/pagesession.h"
+#include "sim/exitstatus.h"
+#include "sim/tracelog.h"
 
 #include <CLI/CLI.hpp>
 #include <QByteArray>
@@ -13,13 +15,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <unistd.h>
 
 namespace edidvm {
 namespace page {
 
 namespace {
-enum ExitCode { Passed = 0, ExpectationsNotMet = 1, BadInput = 2, PluginNotLoaded = 3 };
+using namespace sim;
 
 // "step-03-answer.png"
 QString pictureName(std::size_t index, const std::string& kind)
@@ -110,8 +111,7 @@ int pageCommand(int argc, char** argv, const PageDefaults& defaults)
         QCoreApplication::installTranslator(&translator);
     }
 
-    const bool colour = !json && isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
-    sim::Trace trace(stdout, json, colour);
+    sim::Trace trace(stdout, json, colourWanted(json));
     int status = Passed;
     {
         PageSession session(scenario, trace);

@@ -20,27 +20,6 @@ static void initPageResources()
 namespace edidvm {
 namespace page {
 
-namespace {
-sim::Trace* g_trace = nullptr;
-QtMessageHandler g_previous = nullptr;
-
-// The component's warnings (category "default", with its source file) go
-// into the trace, where the steps' expectations look for them; what Qt
-// Quick says goes where it always goes.
-void logToTrace(QtMsgType type, const QMessageLogContext& context, const QString& text)
-{
-    if (g_trace != nullptr && context.file != nullptr && context.category != nullptr &&
-        std::strcmp(context.category, "default") == 0) {
-        g_trace->warning({context.function != nullptr ? context.function : "", text.toStdString()});
-        return;
-    }
-    if (g_previous != nullptr)
-        g_previous(type, context, text);
-    else
-        qt_message_output(type, context, text);
-}
-} // namespace
-
 PageSession::PageSession(const sim::Scenario& scenario, sim::Trace& trace) : m_scenario(scenario), m_trace(trace)
 {
     initPageResources();
@@ -49,10 +28,7 @@ PageSession::PageSession(const sim::Scenario& scenario, sim::Trace& trace) : m_s
 PageSession::~PageSession()
 {
     close();
-    if (g_trace == &m_trace) {
-        qInstallMessageHandler(g_previous);
-        g_trace = nullptr;
-    }
+    m_log.reset();
     // The page reads the bridge until it is gone.
     m_engine.reset();
     m_bridge.reset();
@@ -63,10 +39,7 @@ bool PageSession::open(const std::string& plugin)
 {
     if (!m_host.load(plugin))
         return false;
-    if (g_trace == nullptr) {
-        g_trace = &m_trace;
-        g_previous = qInstallMessageHandler(logToTrace);
-    }
+    m_log = std::make_unique<sim::TraceLog>(m_trace);
     m_player = std::make_unique<sim::Player>(m_host, m_scenario, m_trace);
     m_bridge = std::make_unique<PageBridge>(*m_player, m_scenario);
     m_player->start();

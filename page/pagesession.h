@@ -8,6 +8,7 @@
 #include "sim/player.h"
 #include "sim/scenario.h"
 #include "sim/trace.h"
+#include "sim/tracelog.h"
 
 #include <QImage>
 #include <QString>
@@ -51,6 +52,7 @@ private:
     std::unique_ptr<sim::Player> m_player;
     std::unique_ptr<PageBridge> m_bridge;
     std::unique_ptr<QQmlApplicationEngine> m_engine;
+    std::unique_ptr<sim::TraceLog> m_log;
     QQuickWindow* m_window = nullptr;
     bool m_closed = false;
 };

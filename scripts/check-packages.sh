@@ -3,9 +3,10 @@
 # what they hold: the plug-in package ships the stripped library in its
 # private plug-in directory, its translation and Debian's files, is
 # Multi-Arch: same and depends on what dpkg-shlibdeps found; the simulator
-# package ships the stripped program, its scenarios and manual page, and the
-# program unpacked with the plug-in plays its default scenario against the
-# unpacked library; each has a -dbgsym package with the symbols of its
+# package ships the stripped program, its scenarios and manual page, needs no
+# Qt GUI library, and the program unpacked with the plug-in plays its default
+# scenario against the unpacked library; the page package ships the page's
+# module, which the unpacked program loads to draw the default scenario; each has a -dbgsym package with the symbols of its
 # binary. lintian must report no error and no warning that the packages'
 # overrides do not justify.
 # Usage: scripts/check-packages.sh BUILD_DIR:ARCH [BUILD_DIR:ARCH ...]
@@ -88,16 +89,13 @@ $expected"
     grep -q "liboutputedidviewmodel (= $version)" <<<"$depends" \
       || fail "$simulator: does not depend on the plug-in package: $depends"
     grep -q '\blibqt5core5a (>= ' <<<"$depends" || fail "$simulator: Depends lacks libqt5core5a: $depends"
+    # Decoding and playing scenarios need no Qt GUI: that is the page package's.
+    for gui in libqt5gui5 libqt5quick5 libqt5qml5 libqt5network5; do
+      ! grep -q "\b$gui\b" <<<"$depends" || fail "$simulator: Depends names $gui: $depends"
+    done
     unpacked=$(mktemp -d)
     dpkg-deb -x "$plugin" "$unpacked"
     dpkg-deb -x "$simulator" "$unpacked"
-    # The page's QML modules are loaded at run time: no library names them.
-    if readelf -d "$unpacked/usr/bin/edidsim" | grep -q 'libQt5Quick\.so'; then
-      for module in qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts \
-        qml-module-qtquick-window2; do
-        grep -q "\b$module\b" <<<"$depends" || { rm -rf "$unpacked"; fail "$simulator: Depends lacks $module"; }
-      done
-    fi
     grep -q '^License: CC-BY-4.0$' "$unpacked/usr/share/doc/edidsim/copyright" \
       || { rm -rf "$unpacked"; fail "$simulator: the copyright file lacks the EDIDs' licence"; }
     run=()
@@ -107,13 +105,6 @@ $expected"
     played=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) \
       || { rm -rf "$unpacked"; fail "$simulator: the unpacked program fails:
 $played"; }
-    # The installed page draws every step of the default scenario.
-    if readelf -d "$unpacked/usr/bin/edidsim" | grep -q 'libQt5Quick\.so'; then
-      pictures=$("${run[@]}" "$unpacked/usr/bin/edidsim" page --screenshots "$unpacked/pictures" 2>&1) \
-        && ls "$unpacked/pictures"/step-00-*.png >/dev/null 2>&1 \
-        || { rm -rf "$unpacked"; fail "$simulator: the unpacked page draws nothing:
-$pictures"; }
-    fi
     echo 'not a library' >"$unpacked$library"
     status=0
     broken=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) || status=$?
@@ -125,6 +116,38 @@ $broken"
     check_stripped "$simulator" /usr/bin/edidsim "$arch"
     echo "packages: $(basename "$simulator") holds the stripped simulator, its scenarios and manual page, and plays them unpacked"
     echo "packages: $(basename "$simulator") Depends: $depends"
+  fi
+
+  page="$build/edidsim-page_${version}_${arch}.deb"
+  if [ -f "$page" ]; then
+    module=/usr/lib/$(dpkg-architecture -a"$arch" -qDEB_HOST_MULTIARCH 2>/dev/null)/edidsim/libedidsim-page.so
+    files=$(dpkg-deb -c "$page" | awk '{print $6}' | grep -v '/$' | sort)
+    expected=$(printf '%s\n' ".$module" ./usr/share/doc/edidsim-page/{copyright,changelog.Debian.gz} \
+      "./usr/share/lintian/overrides/edidsim-page" | sort)
+    [ "$files" = "$expected" ] || fail "$page holds:
+$files
+expected exactly:
+$expected"
+    depends=$(dpkg-deb -f "$page" Depends)
+    grep -q "edidsim (= $version)" <<<"$depends" || fail "$page: does not depend on the simulator package: $depends"
+    # The QML modules are loaded at run time: no library names them.
+    for needed in libqt5quick5 qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts \
+      qml-module-qtquick-window2; do
+      grep -q "\b$needed\b" <<<"$depends" || fail "$page: Depends lacks $needed: $depends"
+    done
+    unpacked=$(mktemp -d)
+    for deb in "$plugin" "$simulator" "$page"; do dpkg-deb -x "$deb" "$unpacked"; done
+    run=()
+    [ "$arch" = arm64 ] && [ "$(uname -m)" != aarch64 ] && run=(qemu-aarch64 -L /)
+    # The unpacked program loads the unpacked module, which draws every step.
+    pictures=$("${run[@]}" "$unpacked/usr/bin/edidsim" page --screenshots "$unpacked/pictures" 2>&1) \
+      && ls "$unpacked/pictures"/step-00-*.png >/dev/null 2>&1 \
+      || { rm -rf "$unpacked"; fail "$page: the unpacked page draws nothing:
+$pictures"; }
+    rm -rf "$unpacked"
+    check_stripped "$page" "$module" "$arch"
+    echo "packages: $(basename "$page") holds the stripped page module, which the unpacked edidsim loads and draws with"
+    echo "packages: $(basename "$page") Depends: $depends"
   fi
 
   # Overrides shipped in the packages justify each warning they silence.

@@ -10,4 +10,4 @@ if [ "${EDIDVM_SKIP_INSTALL:-0}" != "1" ]; then
 fi
 cmake -S "$root" -B "$root/build-x86_64" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build "$root/build-x86_64" -j "$(nproc)" --target edidsim outputedidviewmodel
-exec "$root/build-x86_64/sim/edidsim" "$@"
+exec "$root/build-x86_64/edidsim/edidsim" "$@"

@@ -1,4 +1,7 @@
-#include "sim/edid_command.h"
+// SPDX-License-Identifier: MIT
+#include "edidsim/commands.h"
+
+#include "sim/exitstatus.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -11,7 +14,7 @@
 #include "sim/edid/edid.h"
 #endif
 
-namespace edidvm::sim {
+namespace edidvm::edidsim {
 
 #ifdef EDIDVM_HAVE_EDID
 namespace {
@@ -137,7 +140,7 @@ int decodeCommand(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
+        return app.exit(error) == 0 ? sim::Passed : sim::BadInput;
     }
 #ifdef EDIDVM_HAVE_EDID
     int status = 0;
@@ -152,7 +155,7 @@ int decodeCommand(int argc, char** argv)
                 printHuman(file, edid);
         } catch (const edid::EdidError& error) {
             std::fprintf(stderr, "edidsim: %s\n", error.what());
-            status = 2;
+            status = sim::BadInput;
         }
         std::fflush(stdout);
     }
@@ -163,4 +166,4 @@ int decodeCommand(int argc, char** argv)
 #endif
 }
 
-} // namespace edidvm::sim
+} // namespace edidvm::edidsim

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// The program's subcommands. Each takes its own argv, whose argv[0] names
+// it, and returns the program's exit status.
+
+#include <string>
+
+namespace edidvm {
+namespace edidsim {
+
+// Where the program finds what the command line does not give.
+struct Defaults
+{
+    std::string plugin;
+    std::string scenario;
+    std::string translations; // the directory of the .qm files
+};
+
+// The build tree's file when this is the program that build tree made;
+// otherwise the installed one, found from where the program runs, so build
+// trees elsewhere on the machine are never used.
+std::string ownFile(const char* built, const char* installedFromProgramDir);
+
+// edidsim [options] [SCENARIO...]: plays scenarios and prints the trace.
+int runCommand(int argc, char** argv, const Defaults& defaults);
+// edidsim decode FILE...: what the EDID decoder reads from each file, for a
+// person or (--json) a program.
+int decodeCommand(int argc, char** argv);
+// edidsim page [options] [SCENARIO]: the desktop page, loaded only now.
+int pageCommand(int argc, char** argv, const Defaults& defaults);
+
+} // namespace edidsim
+} // namespace edidvm
