@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+// Whole-process start-up: edidsim's subcommands against edid-decode, the
+// tool an engineer compares it with. Each iteration spawns the program and
+// waits for it, output discarded; the last lines print each edidsim figure
+// as a multiple of edid-decode's.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace {
+
+struct Command
+{
+    const char* name;
+    std::vector<std::string> argv;
+};
+
+const std::vector<Command>& commands()
+{
+    static const std::vector<Command> list = {
+        {"edidsim_version", {EDIDVM_EDIDSIM, "--version"}},
+        {"edidsim_decode", {EDIDVM_EDIDSIM, "decode", EDIDVM_BENCH_EDID}},
+        {"edidsim_scenario", {EDIDVM_EDIDSIM, EDIDVM_BENCH_SCENARIO}},
+#ifdef EDIDVM_EDID_DECODE
+        {"edid_decode", {EDIDVM_EDID_DECODE, EDIDVM_BENCH_EDID}},
+#endif
+    };
+    return list;
+}
+
+// The exit status, or -1 when the program could not be started.
+int runOnce(const std::vector<std::string>& args)
+{
+    std::vector<char*> argv;
+    for (const std::string& arg : args)
+        argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0)
+        return -1;
+    int status = 0;
+    if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status))
+        return -1;
+    return WEXITSTATUS(status);
+}
+
+void BM_Startup(benchmark::State& state, const Command* command)
+{
+    for (auto _ : state) {
+        if (runOnce(command->argv) != 0) {
+            state.SkipWithError("the program failed");
+            break;
+        }
+    }
+}
+
+// The console output, then each edidsim figure over edid-decode's, from the
+// medians when there are repetitions.
+class RatioReporter : public benchmark::ConsoleReporter
+{
+public:
+    RatioReporter() : ConsoleReporter(OO_Tabular) {}
+
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.error_occurred)
+                continue;
+            const std::string& name = run.run_name.function_name;
+            if (run.run_type == Run::RT_Iteration)
+                m_single[name] = run.GetAdjustedRealTime();
+            else if (run.aggregate_name == "median")
+                m_median[name] = run.GetAdjustedRealTime();
+        }
+    }
+
+    void printRatios() const
+    {
+        const bool median = !m_median.empty();
+        const auto& times = median ? m_median : m_single;
+        const auto reference = times.find("BM_Startup/edid_decode");
+        if (reference == times.end() || reference->second <= 0.0)
+            return;
+        for (const auto& [name, time] : times) {
+            if (name == reference->first)
+                continue;
+            std::printf("%s / edid-decode (%s wall time): %.2f ms / %.2f ms = %.2fx\n", name.c_str() + 11,
+                        median ? "median" : "single run", time, reference->second, time / reference->second);
+        }
+    }
+
+private:
+    std::map<std::string, double> m_single;
+    std::map<std::string, double> m_median;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    for (const Command& command : commands())
+        benchmark::RegisterBenchmark((std::string("BM_Startup/") + command.name).c_str(), BM_Startup, &command)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.printRatios();
+    benchmark::Shutdown();
+    return 0;
+}
