@@ -192,6 +192,14 @@ OutputEDIDViewModel::StateLock::~StateLock()
     m_model.m_mutex.unlock();
 }
 
+bool OutputEDIDViewModel::reentered(const QMessageLogContext& handler) const
+{
+    if (!heldByThisThread())
+        return false;
+    EDIDVM_WARNING_IN(handler) << ReentryWarning;
+    return true;
+}
+
 OutputEDIDViewModel::OutputEDIDViewModel()
 {
     m_name = "outputedidviewmodel";
@@ -329,10 +337,8 @@ kpf::IMessage* OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage*
         EDIDVM_WARNING() << "set current interface info error";
         return nullptr;
     }
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     adoptInterface(*record);
     s_TimingDetailInfo detail = m_curInterfaceInfo.stTimingDetail;
@@ -348,10 +354,8 @@ kpf::IMessage* OutputEDIDViewModel::curSDIInterfaceInfo(const kpf::IMessage* msg
         EDIDVM_WARNING() << "command does not correct.";
         return nullptr;
     }
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     std::memcpy(&m_curSDIInterfaceInfo, data, sizeof m_curSDIInterfaceInfo);
     return nullptr;
@@ -378,10 +382,8 @@ kpf::IMessage* OutputEDIDViewModel::getCurinterfaceTiming(const kpf::IMessage* /
     if (list.empty())
         return nullptr;
 
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     const s_InterfaceList* found = findInterface(list, m_curInterfaceInfo.interfaceId);
     adoptInterface(found != nullptr ? *found : list.front());
@@ -413,10 +415,8 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
         });
         chosen = usable != list.end() ? &*usable : &list.front();
     }
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     {
         StateLock lock(*this);
         adoptInterface(*chosen);
@@ -458,10 +458,8 @@ kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg
     }
 
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     // Declared before the lock, so it is destroyed after the unlock.
     QueryInfo<s_TimigCheckQuery> query;
     StateLock lock(*this);
@@ -500,10 +498,8 @@ kpf::IMessage* OutputEDIDViewModel::setDetailTimingCheck(const kpf::IMessage* ms
     }
 
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     // Declared before the lock, so it is destroyed after the unlock.
     QueryInfo<s_TimigCheckQuery> query;
     StateLock lock(*this);
@@ -639,10 +635,8 @@ kpf::IMessage* OutputEDIDViewModel::putInterfaceRefTiming(const kpf::IMessage* m
         return nullptr;
     }
     s_InterfacePresetTiming choice = *pstTimingDetail;
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     {
         StateLock lock(*this);
         choice.interfaceId = m_curInterfaceInfo.interfaceId;
@@ -705,10 +699,8 @@ void OutputEDIDViewModel::showConfirmation(std::int32_t boxId, const QList<s_Scr
 
 kpf::IMessage* OutputEDIDViewModel::onPutInterfaceRefTiming(const kpf::IMessage* /*msg*/)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     const std::int32_t currentId = m_curInterfaceInfo.interfaceId;
     s_ThumbTimingInfo timing;
@@ -729,10 +721,8 @@ kpf::IMessage* OutputEDIDViewModel::onPutInterfaceRefTiming(const kpf::IMessage*
 
 kpf::IMessage* OutputEDIDViewModel::changeInterfaceTimimg(const kpf::IMessage* msg)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     if (msg->size() != sizeOf<std::vector<s_InterfacePresetTiming>>() || msg->data() == nullptr) {
         EDIDVM_WARNING() << "resp does not matches.";
@@ -766,10 +756,8 @@ kpf::IMessage* OutputEDIDViewModel::changeInterfaceThumbTimimg(const kpf::IMessa
     const auto* timings = payload<std::vector<s_InterfaceThumbTiming>>(msg);
     if (timings == nullptr)
         return nullptr;
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     std::int32_t currentId = 0;
     {
         StateLock lock(*this);
