@@ -116,6 +116,12 @@ protected:
     // (EDIDVM_CONTEXT()), so it names the handler, not this helper.
     bool reentered(const QMessageLogContext& handler) const;
 
+    // The thumb and the detail check, one body: Check chooses the list, the
+    // command and the response. Every warning is logged in the handler's
+    // context, so each names its own handler.
+    template <typename Check>
+    kpf::IMessage* checkTimings(const kpf::IMessage* msg, const QMessageLogContext& handler);
+
     // Replaces the current interface; the caller holds m_mutex.
     void adoptInterface(const s_InterfaceList& interface);
     // The confirmation box for the affected screens, box 35 or 36.
