@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMessageLogContext>
 #include <QMessageLogger>
 
 // The file name without the build machine's path, so logs read the same
@@ -14,3 +15,9 @@
 // function signature, in every build type: Qt drops the context from plain
 // qWarning() in release builds.
 #define EDIDVM_WARNING() QMessageLogger(EDIDVM_SOURCE_FILE, __LINE__, Q_FUNC_INFO, "default").warning()
+
+// The caller's file, line and function, for a helper that warns on its
+// caller's behalf: the warning then reads as if the caller had logged it.
+#define EDIDVM_CONTEXT() QMessageLogContext(EDIDVM_SOURCE_FILE, __LINE__, Q_FUNC_INFO, "default")
+#define EDIDVM_WARNING_IN(context)                                                                                     \
+    QMessageLogger((context).file, (context).line, (context).function, (context).category).warning()

@@ -178,6 +178,34 @@ bool forwardsDetailResults(const s_InterfaceList* current)
            (current->stAuxiliaryInfo.interfaceType == 4 || current->stAuxiliaryInfo.interfaceType == 8);
 }
 
+// What tells the thumb check from the detail check.
+template <typename Check>
+struct CheckKind;
+
+template <>
+struct CheckKind<s_ThumbTimigCheck>
+{
+    static constexpr auto list = &s_TimigCheckQuery::stThumbCheckArry;
+    static constexpr std::uint32_t command = CmdThumbCheck;
+    static constexpr bool refusesZeroTiming = true;
+    static constexpr char noChecksWarning[] = "stThumbCheckArry is empty.";
+    static constexpr char noSourceWarning[] = "Not find interface source. interfaceid:";
+    static constexpr auto extraChecks = &OutputEDIDViewModel::getSDIInterfaceCheckArray;
+    static constexpr auto respond = &OutputEDIDViewModel::setThumbTimingCheckResp;
+};
+
+template <>
+struct CheckKind<s_DetailTimigCheck>
+{
+    static constexpr auto list = &s_TimigCheckQuery::stDetailCheckArry;
+    static constexpr std::uint32_t command = CmdDetailCheck;
+    static constexpr bool refusesZeroTiming = false;
+    static constexpr char noChecksWarning[] = "stDetailCheckArry is empty.";
+    static constexpr char noSourceWarning[] = "Not find input source. interfaceid:";
+    static constexpr auto extraChecks = &OutputEDIDViewModel::getSDIInterfaceDetailCheckArray;
+    static constexpr auto respond = &OutputEDIDViewModel::setDetailTimingCheckResp;
+};
+
 } // namespace
 
 OutputEDIDViewModel::StateLock::StateLock(OutputEDIDViewModel& model) : m_model(model)
@@ -190,6 +218,14 @@ OutputEDIDViewModel::StateLock::~StateLock()
 {
     m_model.m_mutexOwner.store(std::thread::id());
     m_model.m_mutex.unlock();
+}
+
+bool OutputEDIDViewModel::reentered(const QMessageLogContext& handler) const
+{
+    if (!heldByThisThread())
+        return false;
+    EDIDVM_WARNING_IN(handler) << ReentryWarning;
+    return true;
 }
 
 OutputEDIDViewModel::OutputEDIDViewModel()
@@ -329,10 +365,8 @@ kpf::IMessage* OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage*
         EDIDVM_WARNING() << "set current interface info error";
         return nullptr;
     }
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     adoptInterface(*record);
     s_TimingDetailInfo detail = m_curInterfaceInfo.stTimingDetail;
@@ -348,10 +382,8 @@ kpf::IMessage* OutputEDIDViewModel::curSDIInterfaceInfo(const kpf::IMessage* msg
         EDIDVM_WARNING() << "command does not correct.";
         return nullptr;
     }
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     std::memcpy(&m_curSDIInterfaceInfo, data, sizeof m_curSDIInterfaceInfo);
     return nullptr;
@@ -378,10 +410,8 @@ kpf::IMessage* OutputEDIDViewModel::getCurinterfaceTiming(const kpf::IMessage* /
     if (list.empty())
         return nullptr;
 
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     const s_InterfaceList* found = findInterface(list, m_curInterfaceInfo.interfaceId);
     adoptInterface(found != nullptr ? *found : list.front());
@@ -413,10 +443,8 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
         });
         chosen = usable != list.end() ? &*usable : &list.front();
     }
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     {
         StateLock lock(*this);
         adoptInterface(*chosen);
@@ -434,93 +462,63 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
     return nullptr;
 }
 
-kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg)
+template <typename Check>
+kpf::IMessage* OutputEDIDViewModel::checkTimings(const kpf::IMessage* msg, const QMessageLogContext& handler)
 {
+    using Kind = CheckKind<Check>;
     const void* data = msg->size() == sizeof(void*) ? msg->data() : nullptr;
     if (data == nullptr) {
-        EDIDVM_WARNING() << "msg data is null.";
+        EDIDVM_WARNING_IN(handler) << "msg data is null.";
         return nullptr;
     }
     const auto* request = envelopeAt<const QueryInfo<s_TimigCheckQuery>>(data);
     if (request == nullptr) {
-        EDIDVM_WARNING() << "msg data is null.";
+        EDIDVM_WARNING_IN(handler) << "msg data is null.";
         return nullptr;
     }
-    std::vector<s_ThumbTimigCheck> checks = request->info.stThumbCheckArry;
+    std::vector<Check> checks = request->info.*Kind::list;
     if (checks.empty()) {
-        EDIDVM_WARNING() << "stThumbCheckArry is empty.";
+        EDIDVM_WARNING_IN(handler) << Kind::noChecksWarning;
         return nullptr;
     }
-    // Only the first check decides.
-    if (isZeroTiming(checks.front().stThumbTiming)) {
-        EDIDVM_WARNING() << "timing is 0.";
-        return nullptr;
+    if constexpr (Kind::refusesZeroTiming) {
+        // Only the first check decides.
+        if (isZeroTiming(checks.front().stThumbTiming)) {
+            EDIDVM_WARNING_IN(handler) << "timing is 0.";
+            return nullptr;
+        }
     }
 
     const s_InterfaceDetailInfo detail = getInterfaceDetail();
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(handler))
         return nullptr;
-    }
     // Declared before the lock, so it is destroyed after the unlock.
     QueryInfo<s_TimigCheckQuery> query;
     StateLock lock(*this);
     const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, m_curInterfaceInfo.interfaceId);
     if (current == nullptr) {
-        EDIDVM_WARNING() << "Not find interface source. interfaceid:" << m_curInterfaceInfo.interfaceId;
+        EDIDVM_WARNING_IN(handler) << Kind::noSourceWarning << m_curInterfaceInfo.interfaceId;
         return nullptr;
     }
     stampChecks(checks, m_curInterfaceInfo.interfaceId, *current);
-    std::vector<s_ThumbTimigCheck> extra = getSDIInterfaceCheckArray(checks);
+    std::vector<Check> extra = (this->*Kind::extraChecks)(checks);
     checks.insert(checks.end(), extra.begin(), extra.end());
 
-    query.info.stThumbCheckArry = std::move(checks);
+    query.info.*Kind::list = std::move(checks);
     QueryInfo<s_TimigCheckQuery>* pointer = &query;
-    sendCommand(kpf::wireInt(CmdThumbCheck), sizeof pointer, &pointer, 0, nullptr);
-    setThumbTimingCheckResp(query.info.stCheckResultArry);
+    sendCommand(kpf::wireInt(Kind::command), sizeof pointer, &pointer, 0, nullptr);
+    (this->*Kind::respond)(query.info.stCheckResultArry);
     return nullptr;
+}
+
+kpf::IMessage* OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage* msg)
+{
+    return checkTimings<s_ThumbTimigCheck>(msg, EDIDVM_CONTEXT());
 }
 
 kpf::IMessage* OutputEDIDViewModel::setDetailTimingCheck(const kpf::IMessage* msg)
 {
-    const void* data = msg->size() == sizeof(void*) ? msg->data() : nullptr;
-    if (data == nullptr) {
-        EDIDVM_WARNING() << "msg data is null.";
-        return nullptr;
-    }
-    const auto* request = envelopeAt<const QueryInfo<s_TimigCheckQuery>>(data);
-    if (request == nullptr) {
-        EDIDVM_WARNING() << "msg data is null.";
-        return nullptr;
-    }
-    std::vector<s_DetailTimigCheck> checks = request->info.stDetailCheckArry;
-    if (checks.empty()) {
-        EDIDVM_WARNING() << "stDetailCheckArry is empty.";
-        return nullptr;
-    }
-
-    const s_InterfaceDetailInfo detail = getInterfaceDetail();
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
-        return nullptr;
-    }
-    // Declared before the lock, so it is destroyed after the unlock.
-    QueryInfo<s_TimigCheckQuery> query;
-    StateLock lock(*this);
-    const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, m_curInterfaceInfo.interfaceId);
-    if (current == nullptr) {
-        EDIDVM_WARNING() << "Not find input source. interfaceid:" << m_curInterfaceInfo.interfaceId;
-        return nullptr;
-    }
-    stampChecks(checks, m_curInterfaceInfo.interfaceId, *current);
-    std::vector<s_DetailTimigCheck> extra = getSDIInterfaceDetailCheckArray(checks);
-    checks.insert(checks.end(), extra.begin(), extra.end());
-
-    query.info.stDetailCheckArry = std::move(checks);
-    QueryInfo<s_TimigCheckQuery>* pointer = &query;
-    sendCommand(kpf::wireInt(CmdDetailCheck), sizeof pointer, &pointer, 0, nullptr);
-    setDetailTimingCheckResp(query.info.stCheckResultArry);
-    return nullptr;
+    return checkTimings<s_DetailTimigCheck>(msg, EDIDVM_CONTEXT());
 }
 
 void OutputEDIDViewModel::setThumbTimingCheckResp(s_TimigCheckResultArry results)
@@ -639,10 +637,8 @@ kpf::IMessage* OutputEDIDViewModel::putInterfaceRefTiming(const kpf::IMessage* m
         return nullptr;
     }
     s_InterfacePresetTiming choice = *pstTimingDetail;
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     {
         StateLock lock(*this);
         choice.interfaceId = m_curInterfaceInfo.interfaceId;
@@ -705,10 +701,8 @@ void OutputEDIDViewModel::showConfirmation(std::int32_t boxId, const QList<s_Scr
 
 kpf::IMessage* OutputEDIDViewModel::onPutInterfaceRefTiming(const kpf::IMessage* /*msg*/)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     const std::int32_t currentId = m_curInterfaceInfo.interfaceId;
     s_ThumbTimingInfo timing;
@@ -729,10 +723,8 @@ kpf::IMessage* OutputEDIDViewModel::onPutInterfaceRefTiming(const kpf::IMessage*
 
 kpf::IMessage* OutputEDIDViewModel::changeInterfaceTimimg(const kpf::IMessage* msg)
 {
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     StateLock lock(*this);
     if (msg->size() != sizeOf<std::vector<s_InterfacePresetTiming>>() || msg->data() == nullptr) {
         EDIDVM_WARNING() << "resp does not matches.";
@@ -766,10 +758,8 @@ kpf::IMessage* OutputEDIDViewModel::changeInterfaceThumbTimimg(const kpf::IMessa
     const auto* timings = payload<std::vector<s_InterfaceThumbTiming>>(msg);
     if (timings == nullptr)
         return nullptr;
-    if (heldByThisThread()) {
-        EDIDVM_WARNING() << ReentryWarning;
+    if (reentered(EDIDVM_CONTEXT()))
         return nullptr;
-    }
     std::int32_t currentId = 0;
     {
         StateLock lock(*this);

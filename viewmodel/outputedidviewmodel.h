@@ -7,6 +7,7 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QMessageLogContext>
 
 #include <atomic>
 #include <map>
@@ -110,6 +111,16 @@ protected:
 
     // A plain mutex would deadlock on a second lock from its holder.
     bool heldByThisThread() const { return m_mutexOwner.load() == std::this_thread::get_id(); }
+    // True when this thread holds m_mutex: the handler must return without
+    // locking. The warning is logged in the handler's context
+    // (EDIDVM_CONTEXT()), so it names the handler, not this helper.
+    bool reentered(const QMessageLogContext& handler) const;
+
+    // The thumb and the detail check, one body: Check chooses the list, the
+    // command and the response. Every warning is logged in the handler's
+    // context, so each names its own handler.
+    template <typename Check>
+    kpf::IMessage* checkTimings(const kpf::IMessage* msg, const QMessageLogContext& handler);
 
     // Replaces the current interface; the caller holds m_mutex.
     void adoptInterface(const s_InterfaceList& interface);

@@ -49,9 +49,12 @@ struct CopyProbe
 class TestComponent : public LCD::Message::MessageHandler
 {
 public:
-    // Command or event, number, and a tag naming the handler in hits and
-    // replies; a negative tag registers an empty handler.
-    using Registration = std::tuple<bool, std::uint32_t, int>;
+    struct Registration
+    {
+        bool command; // else an event
+        std::uint32_t number;
+        int tag; // names the handler in hits and replies; negative: an empty handler
+    };
 
     explicit TestComponent(std::vector<Registration> table) : m_table(std::move(table)) { m_name = "test"; }
 
@@ -122,53 +125,98 @@ protected:
     edidvm::host::Host host;
 };
 
-TEST_F(MessageHandlerTest, ReservedNumbersAreFilteredStartRunsOnInitTheKindChoosesTheTableTheFirstHandlerStays)
+// Duplicates and reserved numbers too.
+TEST_F(MessageHandlerTest, EveryRegistrationSubscribes)
 {
-    const std::uint32_t reserved[] = {0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
-    // 0xFFFF0003 and 0xFFFFFFFD, next to the reserved ones, are ordinary.
-    std::vector<TestComponent::Registration> table = {
-        {false, EventA, 1},  {true, CommandA, 2},     {false, EventA, 5},     {true, CommandA, 6},
-        {false, EventB, -1}, {false, 0xFFFF0003u, 3}, {false, 0xFFFFFFFDu, 4}};
-    for (std::uint32_t number : reserved)
-        for (bool command : {true, false})
-            table.push_back({command, number, 9});
+    const std::vector<TestComponent::Registration> table = {
+        {false, EventA, 1}, {true, CommandA, 2}, {false, EventA, 5}, {false, 0xFFFF0001u, 9}, {true, 0xFFFFFFFFu, 9}};
     TestComponent component(table);
     host.start(&component);
-    // Every registration subscribes, duplicates too.
     const auto calls = host.subscriptions().calls();
     ASSERT_EQ(calls.size(), table.size());
     for (std::size_t i = 0; i < table.size(); ++i) {
-        const auto& [command, number, tag] = table[i];
-        EXPECT_EQ(std::make_tuple(calls[i].channel, calls[i].number, calls[i].sender, calls[i].component),
-                  std::make_tuple(command ? Channel::Command : Channel::Event, number, std::string("test"),
-                                  static_cast<kpf::IMessageHandler*>(&component)));
+        SCOPED_TRACE(i);
+        EXPECT_EQ(calls[i].channel, table[i].command ? Channel::Command : Channel::Event);
+        EXPECT_EQ(calls[i].number, table[i].number);
+        EXPECT_EQ(calls[i].sender, "test");
+        EXPECT_EQ(calls[i].component, &component);
     }
+}
 
-    for (std::uint32_t number : reserved)
+TEST_F(MessageHandlerTest, ReservedNumbersNeverReachAHandler)
+{
+    struct Reserved
+    {
+        const char* name;
+        std::uint32_t number;
+    };
+    const Reserved reserved[] = {{"reserved 1", 0xFFFF0001u},
+                                 {"reserved 2", 0xFFFF0002u},
+                                 {"reserved 3", 0xFFFFFFFEu},
+                                 {"reserved 4", 0xFFFFFFFFu}};
+    // 0xFFFF0003 and 0xFFFFFFFD, next to the reserved ones, are ordinary.
+    std::vector<TestComponent::Registration> table = {{false, 0xFFFF0003u, 3}, {false, 0xFFFFFFFDu, 4}};
+    for (const Reserved& entry : reserved)
+        for (bool command : {true, false})
+            table.push_back({command, entry.number, 9});
+    TestComponent component(table);
+    host.start(&component);
+    for (const Reserved& entry : reserved)
         for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent})
-            EXPECT_FALSE(host.deliver(&component, kind, number, 0, nullptr)) << std::hex << number;
-    // The start message runs onInit again whatever its kind.
+            EXPECT_FALSE(host.deliver(&component, kind, entry.number, 0, nullptr)) << entry.name;
+    host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
+    host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
+    EXPECT_THAT(component.tags, ElementsAre(3, 4));
+}
+
+TEST_F(MessageHandlerTest, TheStartMessageRunsOnInitWhateverItsKind)
+{
+    TestComponent component({{false, 0xFFFF0000u, 9}});
+    host.start(&component);
     for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent, 0, 0x1234})
         EXPECT_FALSE(host.deliver(&component, kind, 0xFFFF0000u, 0, nullptr));
     EXPECT_EQ(component.initCalls, 5);
-    // The kind chooses the table before the number is looked up.
-    const std::pair<int, std::uint32_t> unrouted[] = {{kpf::MessageKindCommand, EventA},
-                                                      {kpf::MessageKindEvent, CommandA},
-                                                      {0, EventA},
-                                                      {kpf::wireInt(0xF0000003u), EventA},
-                                                      {-1, EventA},
-                                                      {kpf::MessageKindEvent, EventB}};
-    for (const auto& [kind, number] : unrouted)
-        EXPECT_FALSE(host.deliver(&component, kind, number, 0, nullptr)) << kind;
+    EXPECT_THAT(component.tags, IsEmpty());
+}
+
+// The kind chooses the table before the number is looked up.
+TEST_F(MessageHandlerTest, AMessageReachesOnlyANonEmptyHandlerOfItsKind)
+{
+    TestComponent component({{false, EventA, 1}, {true, CommandA, 2}, {false, EventB, -1}});
+    host.start(&component);
+    struct Unrouted
+    {
+        const char* name;
+        int kind;
+        std::uint32_t number;
+    };
+    const Unrouted unrouted[] = {{"command kind, event number", kpf::MessageKindCommand, EventA},
+                                 {"event kind, command number", kpf::MessageKindEvent, CommandA},
+                                 {"kind 0", 0, EventA},
+                                 {"unknown kind", kpf::wireInt(0xF0000003u), EventA},
+                                 {"kind -1", -1, EventA},
+                                 {"empty handler", kpf::MessageKindEvent, EventB}};
+    for (const Unrouted& message : unrouted)
+        EXPECT_FALSE(host.deliver(&component, message.kind, message.number, 0, nullptr)) << message.name;
+    EXPECT_THAT(component.tags, IsEmpty());
+}
+
+TEST_F(MessageHandlerTest, ANullMessageIsIgnored)
+{
+    TestComponent component({{false, EventA, 1}});
+    host.start(&component);
     EXPECT_EQ(component.handleMessage(nullptr), nullptr);
     EXPECT_EQ(component.processMsg(kpf::wireInt(EventA), nullptr), nullptr) << "the host may call it directly";
     EXPECT_THAT(component.tags, IsEmpty());
+}
 
+TEST_F(MessageHandlerTest, TheFirstHandlerOfANumberStays)
+{
+    TestComponent component({{false, EventA, 1}, {true, CommandA, 2}, {false, EventA, 5}, {true, CommandA, 6}});
+    host.start(&component);
     EXPECT_FALSE(host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr));
     EXPECT_EQ(host.deliver(&component, kpf::MessageKindCommand, CommandA, 0, nullptr), (Bytes{2, 0, 0, 0}));
-    host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
-    host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
-    EXPECT_THAT(component.tags, ElementsAre(1, 2, 3, 4));
+    EXPECT_THAT(component.tags, ElementsAre(1, 2));
 }
 
 TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
@@ -202,7 +250,7 @@ TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
 // Many numbers, so that several share a first slot and probes wrap around;
 // every one is routed while the table is still being filled, and numbers
 // between them never are.
-TEST_F(MessageHandlerTest, EveryNumberRoutesFromItsRegistrationOnAndNoOtherDoes)
+TEST_F(MessageHandlerTest, ExactlyTheRegisteredNumbersRouteFromTheirRegistrationOn)
 {
     std::vector<TestComponent::Registration> table;
     for (int tag = 0; tag < 48; ++tag)

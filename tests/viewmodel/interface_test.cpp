@@ -39,6 +39,14 @@ s_TimigCheckResult result(std::int32_t interfaceId, std::uint32_t mark, std::vec
 class InterfaceTest : public ViewModelTest
 {
 protected:
+    // Interfaces 1 (current) and 2, both of type 4 at 60 Hz.
+    void twoInterfaces()
+    {
+        interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)};
+        setCurrent(interfaces[0]);
+        reset();
+    }
+
     void request(bool thumb)
     {
         if (thumb)
@@ -69,40 +77,55 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
     QueryInfo<s_TimigCheckQuery> envelope;
     envelope.info.stThumbCheckArry = {thumbCheck(1920, 1080, 60.0f)};
     envelope.info.stDetailCheckArry = {detailCheck(0)};
-    QueryInfo<s_TimigCheckQuery>* addresses[] = {&envelope, nullptr};
+    QueryInfo<s_TimigCheckQuery>* address = &envelope;
     const unsigned char zeros[1000] = {};
     interfaces = {makeInterface(0)};
-    const std::tuple<std::uint32_t, const void*, int, const char*> handlers[] = {
-        {SetCurrent, zeros, 840, "set current interface info error"},
-        {0xFC000605u, addresses, 8, "msg data is null."},
-        {0xFC000606u, addresses, 8, "msg data is null."},
-        {0xFC00060Cu, zeros, 40, "req does not matches."},
-        {0xFC00060Du, zeros, 68, "req does not matches."},
-        {0xFC081005u, zeros, 24, "resp does not matches."},
-        {0xFC081006u, zeros, 24, "resp does not matches."},
-        {0xFC000620u, zeros, 556, "Msg does not matches."},
+    struct Handler
+    {
+        const char* name;
+        std::uint32_t number;
+        const void* data;
+        int size;
+        const char* warning;
     };
-    for (const auto& [number, data, size, warning] : handlers) {
-        SCOPED_TRACE(::testing::Message() << std::hex << number);
-        reset();
-        for (const auto& [bytes, length] :
-             {std::pair<const void*, int>{data, size - 1}, {data, size + 1}, {nullptr, size}})
-            host.event(number, bytes, length);
-        EXPECT_EQ(warnings(), Trace(3, warning));
-        EXPECT_THAT(sent(), IsEmpty());
+    const Handler handlers[] = {
+        {"current interface", SetCurrent, zeros, 840, "set current interface info error"},
+        {"thumb check", 0xFC000605u, &address, 8, "msg data is null."},
+        {"detail check", 0xFC000606u, &address, 8, "msg data is null."},
+        {"thumb choice", 0xFC00060Cu, zeros, 40, "req does not matches."},
+        {"reference choice", 0xFC00060Du, zeros, 68, "req does not matches."},
+        {"changed reference timings", 0xFC081005u, zeros, 24, "resp does not matches."},
+        {"changed thumb timings", 0xFC081006u, zeros, 24, "resp does not matches."},
+        {"box answer", 0xFC000620u, zeros, 556, "Msg does not matches."},
+    };
+    struct Fault
+    {
+        const char* name;
+        int extraBytes;
+        bool noData;
+    };
+    const Fault faults[] = {{"one byte short", -1, false}, {"one byte too many", 1, false}, {"no data", 0, true}};
+    for (const Handler& handler : handlers) {
+        for (const Fault& fault : faults) {
+            SCOPED_TRACE(std::string(handler.name) + ", " + fault.name);
+            reset();
+            host.event(handler.number, fault.noData ? nullptr : handler.data, handler.size + fault.extraBytes);
+            EXPECT_EQ(warnings(), Trace{handler.warning});
+            EXPECT_THAT(sent(), IsEmpty());
+        }
     }
-    // Nor a null envelope address.
-    reset();
-    host.event(0xFC000605u, addresses + 1, 8);
-    host.event(0xFC000606u, addresses + 1, 8);
-    EXPECT_EQ(warnings(), Trace(2, "msg data is null."));
-    EXPECT_THAT(sent(), IsEmpty());
     EXPECT_EQ(host.command(0xFC051016u, nullptr, 0), bytesOf<std::int32_t>(0)) << "no interface was set";
-    // Category, file, line and function, in every build type.
+}
+
+// Category, file, line and function, in every build type.
+TEST_P(InterfaceTest, AWarningCarriesItsWholeContext)
+{
     host.event(SetCurrent, nullptr, 0);
-    const LoggedMessage logged = capture.messages().at(2);
-    EXPECT_EQ(std::make_tuple(logged.type, logged.category, logged.file),
-              std::make_tuple(QtWarningMsg, std::string("default"), std::string("outputedidviewmodel.cpp")));
+    ASSERT_EQ(capture.messages().size(), 1u);
+    const LoggedMessage logged = capture.messages().front();
+    EXPECT_EQ(logged.type, QtWarningMsg);
+    EXPECT_EQ(logged.category, "default");
+    EXPECT_EQ(logged.file, "outputedidviewmodel.cpp");
     EXPECT_GT(logged.line, 0);
     EXPECT_THAT(logged.function, HasSubstr("Model::OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage"));
 }
@@ -112,7 +135,13 @@ TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
     interfaces = {makeInterface(0)};
     // Only the first thumb check is tested: product in 32 bits, refresh truncated.
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    const std::tuple<const char*, std::vector<s_ThumbTimigCheck>, bool> cases[] = {
+    struct Case
+    {
+        const char* name;
+        std::vector<s_ThumbTimigCheck> checks;
+        bool rejected;
+    };
+    const Case cases[] = {
         {"first height 0", {thumbCheck(1920, 0, 60.0f), thumbCheck(1920, 1080, 60.0f)}, true},
         {"refresh 0.5", {thumbCheck(1920, 1080, 0.5f)}, true},
         {"NaN refresh", {thumbCheck(1920, 1080, nan)}, true},
@@ -125,19 +154,34 @@ TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
         {"negative product", {thumbCheck(-1920, 1080, 60.0f)}, false},
         {"refresh -2^31, odd product", {thumbCheck(1, 1, -2147483648.0f)}, false},
     };
-    for (const auto& [name, checks, rejected] : cases) {
-        SCOPED_TRACE(name);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         reset();
-        requestChecks(checks);
-        EXPECT_EQ(warnings(), rejected ? Trace{"timing is 0."} : Trace{});
-        EXPECT_EQ(thumbChecksSeen.size(), rejected ? 0u : checks.size());
+        requestChecks(c.checks);
+        EXPECT_EQ(warnings(), c.rejected ? Trace{"timing is 0."} : Trace{});
+        EXPECT_EQ(thumbChecksSeen.size(), c.rejected ? 0u : c.checks.size());
     }
 }
 
-TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedInSinglePrecisionAfterTheEvent)
+// Results 2 and 3 miss the current interface's 60 Hz: judged on every type.
+TEST_P(InterfaceTest, ThumbResultsGoOutWholeOnEveryInterfaceType)
 {
-    interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)}; // both at 60 Hz
-    setCurrent(interfaces[0]);
+    twoInterfaces();
+    for (std::int32_t type : {4, 8, 6, 0}) {
+        SCOPED_TRACE(type);
+        interfaces[0].stAuxiliaryInfo.interfaceType = type;
+        checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
+        reset();
+        request(true);
+        EXPECT_EQ(resultsSent(), Trace{"if1#1 if2#2 if1#3"});
+        EXPECT_THAT(warnings(), ElementsAre(ThumbFrameWarning));
+    }
+}
+
+// Result 3 misses the current interface's 60 Hz: judged on every type.
+TEST_P(InterfaceTest, DetailResultsGoOutForTheCurrentInterfaceOnlyOnType4Or8)
+{
+    twoInterfaces();
     for (std::int32_t type : {4, 8, 6, 0}) {
         SCOPED_TRACE(type);
         // The type is read from the fresh list, not from the cached record.
@@ -145,11 +189,9 @@ TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedI
         const bool forwarded = type == 4 || type == 8;
         checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
         reset();
-        request(true);
         request(false);
-        EXPECT_EQ(resultsSent(), forwarded ? Trace({"if1#1 if2#2 if1#3", "if1#1 if1#3"}) : Trace{"if1#1 if2#2 if1#3"});
-        // Judged whether forwarded or not.
-        EXPECT_THAT(warnings(), ElementsAre(ThumbFrameWarning, DetailFrameWarning));
+        EXPECT_EQ(resultsSent(), forwarded ? Trace{"if1#1 if1#3"} : Trace{});
+        EXPECT_THAT(warnings(), ElementsAre(DetailFrameWarning));
         // Nothing left for the current interface: an empty list, if any.
         checkResults = {result(2, 2, {5000})};
         reset();
@@ -157,29 +199,55 @@ TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedI
         EXPECT_EQ(resultsSent(), forwarded ? Trace{""} : Trace{});
         EXPECT_THAT(warnings(), IsEmpty());
     }
+}
 
-    interfaces[0].stAuxiliaryInfo.interfaceType = 4;
-    const std::tuple<float, std::vector<std::int32_t>, bool> cases[] = {
-        {59.94f, {5994}, true},        {60.0f, {5994, 6000}, true}, {60.0f, {5994}, false},
-        {59.94f, {5993, 5995}, false}, {60.0f, {}, false},
+TEST_P(InterfaceTest, FrameRatesAreComparedInSinglePrecision)
+{
+    twoInterfaces();
+    struct Case
+    {
+        const char* name;
+        float refresh;
+        std::vector<std::int32_t> rates;
+        bool holds;
     };
+    const Case cases[] = {
+        {"59.94 Hz as 5994", 59.94f, {5994}, true},
+        {"60 Hz among others", 60.0f, {5994, 6000}, true},
+        {"60 Hz not 5994", 60.0f, {5994}, false},
+        {"59.94 Hz between two", 59.94f, {5993, 5995}, false},
+        {"no rates", 60.0f, {}, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        interfaces[0].stThumbTiming.refresh = c.refresh;
+        checkResults = {result(1, 1, c.rates)};
+        reset();
+        request(true);
+        request(false);
+        EXPECT_EQ(warnings(), c.holds ? Trace{} : Trace({ThumbFrameWarning, DetailFrameWarning}));
+    }
+}
+
+TEST_P(InterfaceTest, EachFrameWarningIsLoggedAfterItsResultEvent)
+{
+    twoInterfaces();
+    checkResults = {result(1, 1, {5000})};
     std::vector<std::size_t> warningsAtEvent;
     const auto listener = [&](const kpf::IMessage&) { warningsAtEvent.push_back(warnings().size()); };
     host.events().addListener(listener, 0xFC020603u);
     host.events().addListener(listener, 0xFC020604u);
-    for (const auto& [refresh, rates, holds] : cases) {
-        SCOPED_TRACE(::testing::Message() << refresh << " against " << ::testing::PrintToString(rates));
-        interfaces[0].stThumbTiming.refresh = refresh;
-        checkResults = {result(1, 1, rates)};
-        reset();
-        warningsAtEvent.clear();
-        request(true);
-        request(false);
-        EXPECT_EQ(warnings(), holds ? Trace{} : Trace({ThumbFrameWarning, DetailFrameWarning}));
-        EXPECT_THAT(warningsAtEvent, ElementsAre(0u, holds ? 0u : 1u)) << "each warning after its event";
-    }
+    request(true);
+    request(false);
+    EXPECT_THAT(warningsAtEvent, ElementsAre(0u, 1u));
+    EXPECT_THAT(warnings(), ElementsAre(ThumbFrameWarning, DetailFrameWarning));
+}
 
-    // The response's own (third) fetch lacks interface 1: no frame to compare.
+// The response's own (third) fetch lacks interface 1: no frame to compare.
+TEST_P(InterfaceTest, WithoutTheCurrentInterfaceInTheResponsesFetchNoFrameIsJudged)
+{
+    twoInterfaces();
+    checkResults = {result(1, 1, {5000})};
     for (bool thumb : {true, false}) {
         SCOPED_TRACE(thumb ? "thumb" : "detail");
         host.commands().setResponder(0xFC050111u, [this, count = 0](const kpf::IMessage& command) mutable {
@@ -190,7 +258,7 @@ TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedI
         });
         reset();
         request(thumb);
-        EXPECT_EQ(resultEvents.size(), thumb ? 1u : 0u);
+        EXPECT_EQ(resultsSent().size(), thumb ? 1u : 0u);
         EXPECT_THAT(warnings(), IsEmpty());
     }
 }

@@ -15,7 +15,15 @@ using ::testing::IsEmpty;
 TEST_P(TimingChangeTest, PreCheckRejectsOnlyOnTheCurrentInterfaceResultsWithoutTheWaitingIndicator)
 {
     // A reference timing is judged on bandwidth alone, with no checks sent.
-    const std::tuple<const char*, bool, float, s_TimigCheckResultArry, bool> cases[] = {
+    struct Case
+    {
+        const char* name;
+        bool reference;
+        float refresh;
+        s_TimigCheckResultArry results;
+        bool passes;
+    };
+    const Case cases[] = {
         {"over bandwidth", false, 50.0f, {verdict(3, 10, 6000, 1)}, false},
         {"needed above limit", false, 50.0f, {verdict(3, 1001, 6000)}, false},
         {"needed equal to limit", false, 50.0f, {verdict(3, 1000, 6000)}, true},
@@ -31,29 +39,36 @@ TEST_P(TimingChangeTest, PreCheckRejectsOnlyOnTheCurrentInterfaceResultsWithoutT
         {"reference needed equal to limit, no frame rate", true, 50.0f, {verdict(3, 1000, 0)}, true},
         {"reference, another interface over", true, 50.0f, {verdict(5, 2000, 0, 1)}, true},
     };
-    for (const auto& [name, reference, refresh, results, passes] : cases) {
-        SCOPED_TRACE(name);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         reset();
-        checkResults = results;
-        reference ? choose(referenceTiming(1920, 1080, refresh)) : choose(thumbTiming(1920, 1080, refresh));
-        const Trace written = reference ? ReferenceWrite : join({ThumbWrite, Committed});
-        EXPECT_EQ(trace(sent()), join({Impact, passes ? written : reference ? ReferenceRejected : ThumbRejected}));
-        EXPECT_EQ(thumbWritten.size() + referenceWritten.size(), passes ? 1u : 0u);
-        EXPECT_EQ(thumbChecksSeen.size(), reference ? 0u : 1u);
-        if (!passes) {
+        checkResults = c.results;
+        c.reference ? choose(referenceTiming(1920, 1080, c.refresh)) : choose(thumbTiming(1920, 1080, c.refresh));
+        const Trace written = c.reference ? ReferenceWrite : join({ThumbWrite, Committed});
+        const Trace rejected = c.reference ? ReferenceRejected : ThumbRejected;
+        EXPECT_EQ(trace(sent()), join({Impact, c.passes ? written : rejected}));
+        EXPECT_EQ(thumbWritten.size() + referenceWritten.size(), c.passes ? 1u : 0u);
+        EXPECT_EQ(thumbChecksSeen.size(), c.reference ? 0u : 1u);
+        if (!c.passes) {
             EXPECT_EQ(payloadOf(0xFC0C0C12u), boxBytes(14, 4, BandwidthText));
         }
     }
 }
 
-TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
+TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansAnImmediateCommit)
 {
     const char noSubcard[] = "Not find the subcard: slotId: 2";
     const auto sameResolution = [&] {
         std::tie(interfaces[0].stThumbTiming.width, interfaces[0].stThumbTiming.height) = std::tuple(1280, 720);
     };
-    // arrangement, warning (null: none), configuration services asked (D: device, S: subcard)
-    const std::tuple<const char*, std::function<void()>, const char*, std::string> cases[] = {
+    struct Case
+    {
+        const char* name;
+        std::function<void()> arrange;
+        const char* warning; // null: none
+        std::string asked;   // configuration services asked, D: device, S: subcard
+    };
+    const Case cases[] = {
         {"resolution unchanged", sameResolution, NoTarget, ""},
         {"no device service", [&] { host.api().removeService("deviceconfigmanager"); }, MissingService, ""},
         {"no subcard service", [&] { host.api().removeService("subcardconfigmanager"); }, MissingService, ""},
@@ -65,18 +80,18 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
         {"no screens", [&] { screens.clear(); }, nullptr, "DS"},
     };
     const s_InterfaceThumbTiming chosen = thumbTiming(1280, 720, 50.0f);
-    for (const auto& [name, arrange, warning, asked] : cases) {
-        SCOPED_TRACE(name);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         baseline();
-        arrange();
+        c.arrange();
         reset();
         host.api().clearLookups();
         const std::size_t deviceCalls = host.deviceConfig().calls().size();
         const std::size_t subcardCalls = host.subcardConfig().calls().size();
         choose(chosen);
-        EXPECT_EQ(warnings(), warning ? Trace{warning} : Trace{});
+        EXPECT_EQ(warnings(), c.warning ? Trace{c.warning} : Trace{});
         // The impact's queries go first even when the resolution stays.
-        EXPECT_EQ(trace(sent()), join({warning == MissingService ? Trace{} : Impact, ThumbWrite, Committed}));
+        EXPECT_EQ(trace(sent()), join({c.warning == MissingService ? Trace{} : Impact, ThumbWrite, Committed}));
         EXPECT_EQ(bytesOfAll(thumbChecksSeen), thumbCheckBytes(chosen));
         EXPECT_EQ(bytesOfAll(thumbWritten), bytesOf(chosen));
         EXPECT_THAT(screenFiltersSeen, Each(Parameters{{"screenType", "2"}}));
@@ -84,12 +99,13 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
         EXPECT_THAT(subcardRequestsSeen, Each(1));
         // Looked up by name on every choice, never kept.
         EXPECT_THAT(host.api().lookups(), ElementsAre("subcardconfigmanager", "deviceconfigmanager"));
-        EXPECT_EQ(host.deviceConfig().calls().size() - deviceCalls, asked.find('D') != std::string::npos ? 1u : 0u);
-        EXPECT_EQ(host.subcardConfig().calls().size() - subcardCalls, asked.find('S') != std::string::npos ? 1u : 0u);
+        EXPECT_EQ(host.deviceConfig().calls().size() - deviceCalls, c.asked.find('D') != std::string::npos ? 1u : 0u);
+        EXPECT_EQ(host.subcardConfig().calls().size() - subcardCalls, c.asked.find('S') != std::string::npos ? 1u : 0u);
     }
+}
 
-    // The target is the first entry with the id and another resolution.
-    baseline();
+TEST_P(TimingChangeTest, TheImpactTargetIsTheFirstEntryOfTheIdWithAnotherResolution)
+{
     interfaces.insert(interfaces.begin(), makeInterface(3, 1));
     std::tie(interfaces[0].slotId, interfaces[0].stThumbTiming.width, interfaces[0].stThumbTiming.height) =
         std::tuple(1, 1280, 720);

@@ -66,7 +66,7 @@ protected:
 };
 
 // The untranslated texts are checked byte for byte by the timing-change suite.
-TEST_F(ViewModelUnitTest, UserTextsGoOutAsExactBytesFollowingTheInstalledTranslationCutOnACharacterBoundary)
+TEST_F(ViewModelUnitTest, UserTextsFollowTheInstalledTranslation)
 {
     QTranslator german;
     ASSERT_TRUE(german.load(QStringLiteral(EDIDVM_GERMAN_QM)));
@@ -77,7 +77,10 @@ TEST_F(ViewModelUnitTest, UserTextsGoOutAsExactBytesFollowingTheInstalledTransla
     EXPECT_EQ(translated.second, "Bandbreitengrenze \u00fcberschritten. Bitte Bildrate oder erweiterte Parameter "
                                  "anpassen und erneut versuchen.");
     EXPECT_EQ(userTexts().first, "Loading...") << "untranslated again once the translator is gone";
+}
 
+TEST_F(ViewModelUnitTest, AnOverlongTranslationIsCutOnACharacterBoundaryInTheBoxOnly)
+{
     // "a" then three-byte characters: 255 bytes would end inside the 85th.
     // The waiting event has no field to fit: all 150 two-byte characters.
     QTranslator overlong;
@@ -97,37 +100,66 @@ TEST_F(ViewModelUnitTest, UserTextsGoOutAsExactBytesFollowingTheInstalledTransla
 // The over-long translation above cuts inside a three-byte character.
 TEST(FitText, KeepsAtMostOneByteLessThanTheFieldOnACharacterBoundary)
 {
-    const std::tuple<QByteArray, int, int> cases[] = {{"abc", 4, 3},       {"abcd", 4, 3},
-                                                      {"a\xc3\xa9", 3, 1}, {"ab\xf0\x9f\x98\x80", 5, 2},
-                                                      {"\xc3\xa9", 2, 0},  {"abc", 0, 0}};
-    for (const auto& [text, field, kept] : cases)
-        EXPECT_EQ(Model::OutputEDIDViewModel::fitText(text, field), text.left(kept)) << text.toHex().constData();
+    struct Case
+    {
+        const char* name;
+        QByteArray text;
+        int field, kept;
+    };
+    const Case cases[] = {
+        {"fits with its NUL", "abc", 4, 3},
+        {"one byte too long", "abcd", 4, 3},
+        {"two-byte character cut", "a\xc3\xa9", 3, 1},
+        {"four-byte character cut", "ab\xf0\x9f\x98\x80", 5, 2},
+        {"only a cut character", "\xc3\xa9", 2, 0},
+        {"no field", "abc", 0, 0},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(Model::OutputEDIDViewModel::fitText(c.text, c.field), c.text.left(c.kept)) << c.name;
 }
 
-TEST_F(ViewModelUnitTest, SdiRecordIsStoredOnlyWhenExactly16BytesTagsExpandInOrder)
+TEST_F(ViewModelUnitTest, AnSdiRecordIsStoredOnlyWhenExactly16Bytes)
 {
     const std::uint32_t words[5] = {1, 2, 5, 4, 99};
-    for (const auto& [data, size] : {std::pair<const void*, int>{words, 15}, {words, 17}, {nullptr, 16}})
-        host.deliver(model.get(), kpf::MessageKindEvent, 0xFC031007u, size, data);
-    EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, Bytes(16, 0).data(), 16), 0);
+    struct Delivery
+    {
+        const char* name;
+        const void* data;
+        int size;
+    };
+    const Delivery refused[] = {
+        {"one byte short", words, 15}, {"one byte too many", words, 17}, {"no data", nullptr, 16}};
+    for (const Delivery& delivery : refused) {
+        SCOPED_TRACE(delivery.name);
+        capture.clear();
+        host.deliver(model.get(), kpf::MessageKindEvent, 0xFC031007u, delivery.size, delivery.data);
+        EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, Bytes(16, 0).data(), 16), 0);
+        EXPECT_THAT(capture.texts(), ElementsAre("command does not correct."));
+    }
     host.deliver(model.get(), kpf::MessageKindEvent, 0xFC031007u, 16, words);
     EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, words, 16), 0);
+}
 
+TEST_F(ViewModelUnitTest, TheSdiInterfaceIsTheFirstListedWithTheRecordsId)
+{
+    const std::uint32_t words[4] = {1, 2, 5, 4}; // interface 5
+    host.deliver(model.get(), kpf::MessageKindEvent, 0xFC031007u, 16, words);
     s_InterfaceDetailInfo info;
     EXPECT_EQ(model->getSDIInterfaceDetail(info).interfaceId, 0);
     info.stInterfaceListArry.resize(3);
-    for (int i : {0, 1, 2}) // ids 4, 5, 5 in slots 0, 1, 2
-        std::tie(info.stInterfaceListArry[i].interfaceId, info.stInterfaceListArry[i].slotId) =
-            std::tuple(i ? 5 : 4, i);
+    for (int i : {0, 1, 2}) { // ids 4, 5, 5 in slots 0, 1, 2
+        info.stInterfaceListArry[i].interfaceId = i ? 5 : 4;
+        info.stInterfaceListArry[i].slotId = i;
+    }
     EXPECT_EQ(model->getSDIInterfaceDetail(info).slotId, 1);
     info.stInterfaceListArry.resize(1);
-    const s_InterfaceList fallback = model->getSDIInterfaceDetail(info);
-    EXPECT_EQ(fallback.interfaceId, 0);
-    EXPECT_THAT(capture.texts(),
-                ElementsAre("command does not correct.", "command does not correct.", "command does not correct.",
-                            "interface list is empty", "find not sdi interface info "));
+    EXPECT_EQ(model->getSDIInterfaceDetail(info).interfaceId, 0);
+    EXPECT_THAT(capture.texts(), ElementsAre("interface list is empty", "find not sdi interface info "));
+}
 
-    // Tag expansion: one copy per tag, in order, otherwise unchanged.
+// One copy per tag, in order, otherwise unchanged.
+TEST_F(ViewModelUnitTest, TagsExpandInOrder)
+{
     const auto expectTags = [](const auto& expanded, auto check, std::size_t count) {
         ASSERT_EQ(expanded.size(), count);
         for (std::size_t i = 0; i < count; ++i) {
@@ -144,14 +176,19 @@ TEST_F(ViewModelUnitTest, SdiRecordIsStoredOnlyWhenExactly16BytesTagsExpandInOrd
 
 // The services looked up on every call are missing once a host takes its
 // API back (pluginit(nullptr)).
-TEST_F(ViewModelUnitTest, WithoutTheHostApiNoReplyIsMadeAndNoImpactWorkedOut)
+TEST_F(ViewModelUnitTest, WithoutTheHostApiNoReplyIsMade)
 {
     kpf::api::get().hostApi = nullptr;
     EXPECT_FALSE(host.deliver(model.get(), kpf::MessageKindCommand, 0xFC051016u, 0, nullptr));
+    EXPECT_THAT(capture.texts(), ElementsAre("service kpf_default_messagecenter is missing, no reply"));
+}
+
+TEST_F(ViewModelUnitTest, WithoutTheHostApiNoImpactIsWorkedOut)
+{
+    kpf::api::get().hostApi = nullptr;
     const s_InterfaceThumbTiming choice{0, {0, 60.0f, 1280, 720, 0, 0, 0}, 0, 0};
     host.deliver(model.get(), kpf::MessageKindEvent, 0xFC00060Cu, sizeof choice, &choice);
-    EXPECT_THAT(capture.texts(), ::testing::IsSupersetOf({"service kpf_default_messagecenter is missing, no reply",
-                                                          "Not find the pSubcardCfgMgr or pDeviceCfgMgr"}));
+    EXPECT_THAT(capture.texts(), ::testing::Contains("Not find the pSubcardCfgMgr or pDeviceCfgMgr"));
 }
 
 } // namespace

@@ -82,17 +82,26 @@ TEST_F(VariationTest, UnstablePayloadsAreReadOnceOrTheSecondReadFailsAsEachHandl
     const std::vector<s_InterfacePresetTiming> references = {reference};
     const std::vector<s_InterfaceThumbTiming> thumbs = {thumb};
     // The choices and the changed timings read data() a second time.
-    const std::tuple<std::uint32_t, const void*, int, Trace> secondReads[] = {
-        {0xFC00060Cu, &thumb, sizeof thumb, {"The pstThumbTiming is null."}},
-        {0xFC00060Du, &reference, sizeof reference, {"The pstTimingDetail is null."}},
-        {0xFC081005u, &references, sizeof references, {}},
-        {0xFC081006u, &thumbs, sizeof thumbs, {}},
+    struct SecondRead
+    {
+        const char* name;
+        std::uint32_t number;
+        const void* data;
+        int size;
+        Trace texts;
     };
-    for (const auto& [number, data, size, texts] : secondReads) {
+    const SecondRead secondReads[] = {
+        {"thumb choice", 0xFC00060Cu, &thumb, sizeof thumb, {"The pstThumbTiming is null."}},
+        {"reference choice", 0xFC00060Du, &reference, sizeof reference, {"The pstTimingDetail is null."}},
+        {"changed reference timings", 0xFC081005u, &references, sizeof references, {}},
+        {"changed thumb timings", 0xFC081006u, &thumbs, sizeof thumbs, {}},
+    };
+    for (const SecondRead& read : secondReads) {
+        SCOPED_TRACE(read.name);
         reset();
-        host.event(number, data, size);
-        EXPECT_THAT(sent(), IsEmpty()) << std::hex << number;
-        EXPECT_EQ(warnings(), texts) << std::hex << number;
+        host.event(read.number, read.data, read.size);
+        EXPECT_THAT(sent(), IsEmpty());
+        EXPECT_EQ(warnings(), read.texts);
     }
     // Nothing was stored, and the answer is read through its first data().
     reset();
@@ -111,14 +120,17 @@ TEST_F(VariationTest, UnstablePayloadsAreReadOnceOrTheSecondReadFailsAsEachHandl
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(VariationTest, AListAnsweredElsewhereIsCopiedAndANulledPointerVariableIsAFailedQuery)
+// A list answered elsewhere leaves it empty.
+TEST_F(VariationTest, TheScreenImpactReadsOnlyItsOwnEnvelope)
 {
     host.setVariation(Variation::AnswerElsewhere);
-    // The screen impact reads its own envelope, which stays empty.
     choose(thumbTiming(1280, 720, 60.0f));
     EXPECT_EQ(warnings(), Trace{"Not find the interface: id: 3"});
+}
 
-    reset();
+TEST_F(VariationTest, ANulledPointerVariableIsAFailedQuery)
+{
+    host.setVariation(Variation::AnswerElsewhere);
     interfaceAnswerNulled = true;
     pageEvent(0xFC00060Au);
     pageEvent(0xFC00060Bu);
@@ -132,6 +144,7 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
     // reaching it, delivered inside setCurrent's lock.
     struct Nested
     {
+        const char* name;
         host::Delivery delivery;
         bool emptyList;
         Trace nestedSends;
@@ -143,34 +156,45 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
     box.boxId = 14;
     const Trace fetch = {"C FC050111 8"};
     const Nested cases[] = {
-        {event(0xFC021009u, makeInterface(5, 2, 8), 839), false, {}, {"set current interface info error"}},
-        {event(0xFC021009u, makeInterface(5, 2, 8)), false, {}, {Reentry}},
-        {event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
-        {event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
-        {bare(0xFC00060Au), false, fetch, {Reentry}},
-        {bare(0xFC00060Au), true, fetch, {}},
-        {bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
-        {bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
-        {event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
-        {checkRequest(0xFC000605u, {}), false, {}, {"stThumbCheckArry is empty."}},
-        {checkRequest(0xFC000605u, {zero, ValidCheck}), false, {}, {"timing is 0."}},
-        {checkRequest(0xFC000605u, {ValidCheck}), false, fetch, {Reentry}},
-        {checkRequest(0xFC000606u, {}), false, {}, {"stDetailCheckArry is empty."}},
-        {checkRequest(0xFC000606u, {}, {s_DetailTimigCheck{}}), false, fetch, {Reentry}},
-        {event(0xFC00060Cu, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
-        {event(0xFC00060Du, thumbTiming(800, 600, 60.0f)), false, {}, {"req does not matches."}},
-        {event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
-        {bare(0xFC070606u), false, {}, {Reentry}},
-        {bare(0xFC081005u), false, {}, {Reentry}},
-        {bare(0xFC081006u), false, {}, {"resp does not matches."}},
-        {event(0xFC081006u, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}), false, {}, {Reentry}},
-        {event(0xFC000620u, box), false, {}, {"Msg type is not correct"}},
-        {bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
-        {bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
+        {"current interface, one byte short",
+         event(0xFC021009u, makeInterface(5, 2, 8), 839),
+         false,
+         {},
+         {"set current interface info error"}},
+        {"current interface", event(0xFC021009u, makeInterface(5, 2, 8)), false, {}, {Reentry}},
+        {"SDI record, wrong size", event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
+        {"SDI record", event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
+        {"refresh", bare(0xFC00060Au), false, fetch, {Reentry}},
+        {"refresh, empty list", bare(0xFC00060Au), true, fetch, {}},
+        {"thumb timing, empty list", bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
+        {"thumb timing", bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
+        {"thumb check, wrong size", event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
+        {"thumb check, no checks", checkRequest(0xFC000605u, {}), false, {}, {"stThumbCheckArry is empty."}},
+        {"thumb check, zero timing", checkRequest(0xFC000605u, {zero, ValidCheck}), false, {}, {"timing is 0."}},
+        {"thumb check", checkRequest(0xFC000605u, {ValidCheck}), false, fetch, {Reentry}},
+        {"detail check, no checks", checkRequest(0xFC000606u, {}), false, {}, {"stDetailCheckArry is empty."}},
+        {"detail check", checkRequest(0xFC000606u, {}, {s_DetailTimigCheck{}}), false, fetch, {Reentry}},
+        {"thumb choice", event(0xFC00060Cu, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
+        {"reference choice, wrong size",
+         event(0xFC00060Du, thumbTiming(800, 600, 60.0f)),
+         false,
+         {},
+         {"req does not matches."}},
+        {"reference choice", event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
+        {"reference publication", bare(0xFC070606u), false, {}, {Reentry}},
+        {"changed reference timings", bare(0xFC081005u), false, {}, {Reentry}},
+        {"changed thumb timings, no payload", bare(0xFC081006u), false, {}, {"resp does not matches."}},
+        {"changed thumb timings",
+         event(0xFC081006u, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}),
+         false,
+         {},
+         {Reentry}},
+        {"box answer, unknown box", event(0xFC000620u, box), false, {}, {"Msg type is not correct"}},
+        {"in-use question", bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
+        {"interface type command", bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
     };
     for (const Nested& c : cases) {
-        SCOPED_TRACE(::testing::Message() << std::hex << c.delivery.number << " size "
-                                          << c.delivery.size.value_or(int(c.delivery.payload.size())));
+        SCOPED_TRACE(c.name);
         baseline();
         if (c.emptyList)
             interfaces.clear();
@@ -181,20 +205,31 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
         EXPECT_EQ(trace(sent()), join({{"E FC020607 56"}, c.nestedSends, {"E FC020608 28"}}));
         EXPECT_EQ(warnings(), c.texts);
     }
-    // Both checks hold the lock across their query, the publication of the
-    // stored reference choice across its event.
-    const std::tuple<std::uint32_t, std::function<void()>, std::function<void()>> holders[] = {
-        {0xFC051000u, [] {}, [&] { requestChecks({ValidCheck}); }},
-        {0xFC051001u, [] {}, [&] { requestChecks({}, {s_DetailTimigCheck{}}); }},
-        {0xFC020611u, [&] { choose(referenceTiming(1920, 1080, 50.0f)); }, [&] { pageEvent(0xFC070606u); }},
+}
+
+// Both checks hold the lock across their query, the publication of the
+// stored reference choice across its event.
+TEST_F(VariationTest, TheLockIsHeldAcrossEachSendThatNeedsIt)
+{
+    struct Holder
+    {
+        const char* name;
+        std::uint32_t during;
+        std::function<void()> prepare, act;
     };
-    for (const auto& [during, prepare, act] : holders) {
-        SCOPED_TRACE(::testing::Message() << "during " << std::hex << during);
+    const Holder holders[] = {
+        {"thumb check", 0xFC051000u, [] {}, [&] { requestChecks({ValidCheck}); }},
+        {"detail check", 0xFC051001u, [] {}, [&] { requestChecks({}, {s_DetailTimigCheck{}}); }},
+        {"reference publication", 0xFC020611u, [&] { choose(referenceTiming(1920, 1080, 50.0f)); },
+         [&] { pageEvent(0xFC070606u); }},
+    };
+    for (const Holder& holder : holders) {
+        SCOPED_TRACE(holder.name);
         baseline();
-        prepare();
-        interjectOnce(Variation::NestedDeliveries, {event(0xFC021009u, makeInterface(5, 2, 8))}, during);
+        holder.prepare();
+        interjectOnce(Variation::NestedDeliveries, {event(0xFC021009u, makeInterface(5, 2, 8))}, holder.during);
         capture.clear();
-        act();
+        holder.act();
         host.setVariation(Variation::Default);
         EXPECT_EQ(warnings(), Trace{Reentry});
     }
