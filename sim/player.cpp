@@ -1,5 +1,6 @@
 #include "sim/player.h"
 
+#include "host/variation.h"
 #include "protomodel/queryinfo.h"
 #include "sim/expectationdiff.h"
 #include "viewmodel/viewmodelrecords.h"
