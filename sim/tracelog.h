@@ -4,8 +4,6 @@
 // The component logs through Qt; while a TraceLog lives, its warnings go in
 // line into the trace, where the steps' expectations look for them.
 
-#include <QtGlobal>
-
 namespace edidvm {
 namespace sim {
 

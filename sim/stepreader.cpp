@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+// A scenario's steps: the table of what a step may do, the message it
+// delivers and the keys it takes, and the reading of each.
+
+#include "sim/reader_p.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace edidvm {
+namespace sim {
+
+using namespace LCD::ProtoModel::Interface;
+
+namespace {
+const Keys StepKeys = {"do", "note", "expect", "warnings"};
+
+struct StepKind
+{
+    const char* name;
+    Action action;
+    std::uint32_t number;
+    Keys keys;
+};
+
+const std::vector<StepKind> StepKinds = {
+    {"current", Action::Current, 0xFC021009u, {"interface"}},
+    {"refresh", Action::Refresh, 0xFC00060Au, {}},
+    {"askSelected", Action::AskSelected, 0xFC00060Bu, {}},
+    {"thumbCheck", Action::ThumbCheck, 0xFC000605u, {"checks"}},
+    {"detailCheck", Action::DetailCheck, 0xFC000606u, {"checks"}},
+    {"chooseThumb", Action::ChooseThumb, 0xFC00060Cu, {"timing", "edid"}},
+    {"chooseReference", Action::ChooseReference, 0xFC00060Du, {"timing", "edid"}},
+    {"publishReference", Action::PublishReference, 0xFC070606u, {}},
+    {"answer", Action::Answer, 0xFC000620u, {"accept", "box"}},
+    {"changedThumb", Action::ChangedThumb, 0xFC081006u, {"timings"}},
+    {"changedReference", Action::ChangedReference, 0xFC081005u, {"timings"}},
+    {"sdi", Action::Sdi, 0xFC031007u, {"interface"}},
+    {"inUse", Action::InUse, 0xFC000617u, {"trigger"}},
+    {"interfaceType", Action::InterfaceType, 0xFC051016u, {}},
+    {"pump", Action::Pump, 0, {}},
+    {"device", Action::ChangeDevice, 0, deviceKeys()},
+};
+} // namespace
+
+Step Reader::step(const JsonNode& node, Device& device)
+{
+    if (!node.value().is_object())
+        node.expected("a step object");
+    const JsonNode what = node.need("do", "what the step does");
+    const std::string name = what.text();
+    const auto kind = std::find_if(StepKinds.begin(), StepKinds.end(),
+                                   [&name](const StepKind& candidate) { return name == candidate.name; });
+    if (kind == StepKinds.end()) {
+        Keys names;
+        for (const StepKind& candidate : StepKinds)
+            names.push_back(candidate.name);
+        what.fail("unknown step \"" + name + "\"; expected one of " + joined(names));
+    }
+    Keys allowed = StepKeys;
+    allowed.insert(allowed.end(), kind->keys.begin(), kind->keys.end());
+    node.keys(allowed);
+
+    Step step;
+    step.action = kind->action;
+    step.name = name;
+    step.number = kind->number;
+    if (node.has("note"))
+        tryReading([&] { step.note = node.at("note").text(); });
+
+    tryReading([&] { readAction(node, device, step); });
+    if (node.has("expect")) {
+        step.expect.emplace();
+        for (const JsonNode& item : node.at("expect").items("a list of expected messages"))
+            tryReading([&] { step.expect->push_back(expectation(item)); });
+    }
+    if (node.has("warnings")) {
+        step.warnings.emplace();
+        for (const JsonNode& item : node.at("warnings").items("a list of warning texts"))
+            tryReading([&] { step.warnings->push_back(item.text()); });
+    }
+    return step;
+}
+
+void Reader::readAction(const JsonNode& node, Device& device, Step& step)
+{
+    switch (step.action) {
+    case Action::Current:
+    case Action::Sdi:
+        step.interfaceId = interfaceRef(node.need("interface", "an interface id"));
+        break;
+    case Action::ThumbCheck:
+    case Action::DetailCheck:
+        for (const JsonNode& item : node.need("checks", "a list of checks").items("a list of checks"))
+            tryReading([&] {
+                item.keys({"timing", "tag"});
+                std::int32_t tag = 0;
+                item.read("tag", tag);
+                const JsonNode timing = item.need("timing", "a timing");
+                if (step.action == Action::ThumbCheck)
+                    step.thumbChecks.push_back({0, tag, readTiming(timing, ThumbWords, true), 0, 0});
+                else
+                    step.detailChecks.push_back({0, tag, readTiming(timing, DetailWords, true), 0, 0});
+            });
+        break;
+    case Action::ChooseThumb:
+    case Action::ChooseReference: {
+        if (node.has("timing") == node.has("edid"))
+            node.fail("expected either \"timing\" or \"edid\"");
+        const bool thumb = step.action == Action::ChooseThumb;
+        if (node.has("edid") && thumb)
+            copyResolution(edidChoice(node.at("edid"), device), step.thumbChoice.stThumbTiming);
+        else if (node.has("edid"))
+            copyResolution(edidChoice(node.at("edid"), device), step.referenceChoice.stTimingDetail);
+        else if (thumb)
+            step.thumbChoice.stThumbTiming = readTiming(node.at("timing"), ThumbWords);
+        else
+            step.referenceChoice.stTimingDetail = readTiming(node.at("timing"), DetailWords);
+        break;
+    }
+    case Action::Answer:
+        step.accept = node.need("accept", "true or false").boolean();
+        if (node.has("box"))
+            step.box = node.at("box").int32();
+        break;
+    case Action::ChangedThumb:
+    case Action::ChangedReference:
+        for (const JsonNode& item : node.need("timings", "a list of timings").items("a list of timings"))
+            tryReading([&] {
+                item.keys({"interface", "timing", "tailParam0"});
+                const std::int32_t id = interfaceRef(item.need("interface", "an interface id"));
+                const JsonNode timing = item.need("timing", "a timing");
+                std::uint32_t tail = 0;
+                item.read("tailParam0", tail, 0, Word32Max);
+                if (step.action == Action::ChangedThumb)
+                    step.thumbTimings.push_back({id, readTiming(timing, ThumbWords), tail, 0});
+                else
+                    step.referenceTimings.push_back({id, readTiming(timing, DetailWords), tail, 0});
+            });
+        break;
+    case Action::InUse:
+        if (node.has("trigger")) {
+            const Expectation trigger = expectation(node.at("trigger"));
+            if (trigger.number != 0xFC000617u && trigger.number != 0xFC030204u && trigger.number != 0xFC08021Eu)
+                node.at("trigger").fail("expected InUseAsked, InUseAsked2 or InUseAsked3");
+            step.number = trigger.number;
+        }
+        break;
+    case Action::ChangeDevice: {
+        auto changed = std::make_shared<Device>(device);
+        this->device(node, *changed, true);
+        device = *changed;
+        step.device = changed;
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+} // namespace sim
+} // namespace edidvm
