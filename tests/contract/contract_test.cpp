@@ -14,6 +14,7 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
@@ -186,6 +187,17 @@ Bytes bytesOf(const void* data, std::size_t size)
     return data != nullptr ? Bytes(begin, begin + size) : Bytes();
 }
 
+template <typename T>
+T recordOf(const Bytes& bytes)
+{
+    T record{};
+    if (bytes.size() == sizeof record)
+        std::memcpy(&record, bytes.data(), sizeof record);
+    else
+        ADD_FAILURE() << "a payload of " << bytes.size() << " bytes read as a record of " << sizeof record;
+    return record;
+}
+
 // Messages and responses: objects of this host, read by the library. A
 // response is a message with the response table.
 struct Message
@@ -279,6 +291,84 @@ InterfaceRecord interfaceRecord(std::int32_t id, std::int32_t type)
     return r;
 }
 
+// The records the other queries carry, each at the size the contract gives:
+// a timing chosen for an interface or a screen (40 and 68 bytes), and a
+// timing to check (44 and 72 bytes).
+template <typename Timing>
+struct Choice
+{
+    std::int32_t id = 0;
+    Timing timing;
+    std::uint32_t tail0 = 0, tail1 = 0;
+};
+static_assert(sizeof(Choice<Thumb>) == 40 && sizeof(Choice<Detail>) == 68, "choices are 40 and 68 bytes");
+template <typename Timing>
+struct Check
+{
+    std::int32_t id = 0, tag = 0;
+    Timing timing;
+    std::int32_t checkParam0 = 0, checkParam1 = 0;
+};
+static_assert(sizeof(Check<Thumb>) == 44 && sizeof(Check<Detail>) == 72, "checks are 44 and 72 bytes");
+struct Verdict
+{
+    std::int32_t id = 0, word1 = 0;
+    float float2 = 0.0f, float3 = 0.0f;
+    std::int32_t bandwidthLimit = 0, bandwidthNeeded = 0;
+    std::vector<std::int32_t> list6{}, frameRates{}; // 24, 48
+    std::int32_t word18 = 0, maxFrameRate = 0, overBandwidth = 0, word21 = 0;
+};
+static_assert(sizeof(Verdict) == 88, "a verdict is 88 bytes");
+struct OutputRecord
+{
+    std::int32_t interfaceId = 0, word1 = 0;
+    std::string text2{};
+    std::uint32_t words10[8] = {};
+    std::vector<std::array<std::uint32_t, 4>> list18{};
+    std::vector<std::array<std::uint32_t, 6>> list24{};
+};
+static_assert(sizeof(OutputRecord) == 120, "a screen's output is 120 bytes");
+struct ScreenRecord
+{
+    std::uint32_t id = 0, word1 = 0, index = 0, word3 = 0;
+    std::string text4;
+    std::uint32_t word12 = 0;
+    std::string text14;
+    std::uint32_t words22[7] = {};
+    std::vector<OutputRecord> outputs; // 120
+    std::uint32_t words36[89] = {};
+    std::string text126;
+    std::uint32_t word134 = 0;
+};
+static_assert(sizeof(ScreenRecord) == 544, "a screen is 544 bytes");
+struct ConnectorRecord
+{
+    std::int32_t id = 0, words1[2] = {}, key = 0, words4[2] = {};
+};
+static_assert(sizeof(ConnectorRecord) == 24, "a connector is 24 bytes");
+struct SubcardRecord
+{
+    std::int32_t slot = 0, words1[4] = {};
+    std::vector<ConnectorRecord> connectors;
+};
+static_assert(sizeof(SubcardRecord) == 48, "a subcard is 48 bytes");
+struct Assessment
+{
+    std::int32_t word0 = 0, code = 0;
+};
+struct MessageBoxRecord
+{
+    std::int32_t boxId = 0, boxType = 0, param1 = -1, param2 = -1;
+    unsigned char reserved1[8] = {};
+    char text[256] = {};
+    std::uint8_t result = 0, flag1 = 1, flag2 = 0, reserved2 = 0; // 280
+    std::int32_t duration = 2000;
+    char detailText[256] = {};
+    std::uint8_t flags[4] = {};
+    std::int32_t param3 = -1, param4 = 1;
+};
+static_assert(sizeof(MessageBoxRecord) == 556, "a message box is 556 bytes");
+
 // A query envelope: a filter the answerer calls if set, then the query's
 // data at 32. It travels as its address.
 template <typename T>
@@ -294,10 +384,36 @@ struct ListQuery // interfaces, screens
     std::uint32_t words0[4] = {};
     std::vector<T> list;
 };
+struct CheckQuery
+{
+    std::vector<Verdict> verdicts;
+    std::vector<Check<Thumb>> thumbChecks;
+    std::vector<Check<Detail>> detailChecks;
+};
+struct SubcardQuery
+{
+    std::int32_t request = 0;
+    std::vector<SubcardRecord> subcards;
+};
+struct AssessQuery
+{
+    std::vector<Choice<Thumb>> timings;
+    std::vector<Assessment> assessments;
+};
+
 // What the host answers, set by each test before it drives the component.
 struct Answers
 {
     std::vector<InterfaceRecord> interfaces;
+    std::int32_t selected = -1;
+    std::vector<Verdict> verdicts;
+    std::vector<ScreenRecord> screens;
+    std::vector<SubcardRecord> subcards;
+    std::int32_t deviceParam = 77;
+    std::uint8_t assessed = 1; // non-zero: the assessment was carried out
+    std::vector<Assessment> assessments;
+    std::uint8_t writeRefused = 0;
+    std::vector<int> tiedConnectors;
 };
 
 // What the library did to this host, in order.
@@ -314,6 +430,9 @@ std::vector<std::string> subscriptions; // "event 0xFC070606"
 std::vector<std::string> lookups;
 std::vector<const void*> releasedTables; // the table of each object released
 std::map<std::uint32_t, Params> filters; // what each query's filter put in
+std::vector<Check<Thumb>> judgedThumbChecks;
+std::vector<Choice<Thumb>> writtenThumbs;
+std::vector<std::int32_t> tiesAsked; // subcard, connector key, device parameter
 Answers answers;
 
 void resetHost()
@@ -324,6 +443,9 @@ void resetHost()
     lookups.clear();
     releasedTables.clear();
     filters.clear();
+    judgedThumbChecks.clear();
+    writtenThumbs.clear();
+    tiesAsked.clear();
     answers = Answers();
 }
 
@@ -393,6 +515,40 @@ Bytes answer(const Message& m)
                     query->info.list.push_back(r);
         }
         break;
+    case out::SelectedInterface.number:
+        reply = bytesOf(&answers.selected, sizeof answers.selected);
+        break;
+    case out::ThumbCheck.number:
+    case out::DetailCheck.number:
+        if (auto* query = envelopeOf<CheckQuery>(m)) {
+            judgedThumbChecks = query->info.thumbChecks;
+            query->info.verdicts = answers.verdicts;
+        }
+        break;
+    case out::Screens.number:
+        if (auto* query = envelopeOf<ListQuery<ScreenRecord>>(m)) {
+            callFilter(*query, number);
+            query->info.list = answers.screens;
+        }
+        break;
+    case out::Subcards.number:
+        if (auto* query = envelopeOf<SubcardQuery>(m))
+            query->info.subcards = answers.subcards;
+        break;
+    case out::DeviceParam.number:
+        reply = bytesOf(&answers.deviceParam, sizeof answers.deviceParam);
+        break;
+    case out::Assess.number:
+        if (auto* query = envelopeOf<AssessQuery>(m))
+            query->info.assessments = answers.assessments;
+        reply = bytesOf(&answers.assessed, sizeof answers.assessed);
+        break;
+    case out::WriteThumb.number:
+        // The payload is the sender's vector object, valid during the send.
+        if (m.bytes.size() == sizeof(std::vector<Choice<Thumb>>))
+            writtenThumbs = *reinterpret_cast<const std::vector<Choice<Thumb>>*>(m.bytes.data());
+        reply = bytesOf(&answers.writeRefused, sizeof answers.writeRefused);
+        break;
     default:
         break;
     }
@@ -449,10 +605,33 @@ VTABLE(MessageCenterTable, centerTable, "14IMessageCenter",
            return createMessage<0>(self, number, size, data, sender);
        });
 
+// The two configuration services, outside the kpf namespace. A function
+// returning a vector by value takes the object as its first argument, as a
+// member function does.
+struct DeviceConfigTable
+{
+    Slot slot0, slot1, slot2, slot3, slot4, slot5;
+    std::int32_t (*subcardOfSlot)(void*, std::int32_t slot);
+};
+VTABLE_NAMED(DeviceConfigTable, deviceConfigTable, "19DeviceConfigManager", UNNAMED, UNNAMED, UNNAMED, UNNAMED, UNNAMED,
+             UNNAMED, [](void*, std::int32_t slot) { return 100 + slot; });
+struct SubcardConfigTable
+{
+    Slot slot0, slot1, slot2, slot3, slot4, slot5, slot6, slot7;
+    std::vector<int> (*relatedConnectors)(void*, std::int32_t subcard, std::int32_t key, std::int32_t deviceParam);
+};
+VTABLE_NAMED(SubcardConfigTable, subcardConfigTable, "20SubcardConfigManager", UNNAMED, UNNAMED, UNNAMED, UNNAMED,
+             UNNAMED, UNNAMED, UNNAMED, UNNAMED, [](void*, std::int32_t subcard, std::int32_t key, std::int32_t param) {
+                 tiesAsked = {subcard, key, param};
+                 return answers.tiedConnectors;
+             });
+
 // A service object is one word: its table.
 const void* commandDispatcher = &commandTable.slots;
 const void* eventDispatcher = &eventTable.slots;
 const void* messageCenter = &centerTable.slots;
+const void* deviceConfig = &deviceConfigTable.slots;
+const void* subcardConfig = &subcardConfigTable.slots;
 struct HostApiTable
 {
     Slot slot0, slot1, slot2;
@@ -464,6 +643,8 @@ VTABLE(HostApiTable, apiTable, "8IHostApi", UNNAMED, UNNAMED, UNNAMED, [](void*,
     return key == "kpf_default_messagecenter" ? &messageCenter
            : key == "commanddispatcher"       ? &commandDispatcher
            : key == "eventdispatcher"         ? &eventDispatcher
+           : key == "deviceconfigmanager"     ? &deviceConfig
+           : key == "subcardconfigmanager"    ? &subcardConfig
                                               : nullptr;
 });
 const void* hostApi = &apiTable.slots;
@@ -557,6 +738,16 @@ void expectTrace(const std::vector<const Outgoing*>& expected)
     EXPECT_EQ(got, want);
 }
 
+// The payload of the last message sent with the row's number.
+Bytes lastSent(const Outgoing& row)
+{
+    for (auto s = sent.rbegin(); s != sent.rend(); ++s)
+        if (s->number == row.number)
+            return s->bytes;
+    ADD_FAILURE() << row.name << " was not sent";
+    return {};
+}
+
 TEST(ContractTest, AHostOfItsOwnDrivesTheLibraryThroughTheDeclaredSlotsAndLayouts)
 {
     resetHost();
@@ -615,15 +806,13 @@ TEST(ContractTest, AHostOfItsOwnDrivesTheLibraryThroughTheDeclaredSlotsAndLayout
     EXPECT_EQ(reply->bytes, (Bytes{8, 0, 0, 0}));
     delete reply;
 
-    // The in-use question: the list query names interface 7, and the response is released before the message.
+    // A command's response is released before the message.
     answers.interfaces = {interfaceRecord(7, 8), interfaceRecord(9, 1)};
     sent.clear();
     releasedTables.clear();
     deliverEmpty(handler, in::InUseAsked);
     EXPECT_EQ(releasedTables, (std::vector<const void*>{&responseTable.slots, &messageTable.slots}));
     expectTrace({&out::InterfaceDetail, &out::InUse});
-    EXPECT_EQ(filters[out::InterfaceDetail.number], (Params{{"interfaceId", "7"}}));
-    EXPECT_EQ(sent.back().bytes, Bytes{1}) << "the interface is used by a screen";
 
     // Slot 1, the deleting destructor, as the component's own deletor does.
     tableOf(handler).destroyAndFree(handler);
@@ -706,5 +895,290 @@ TEST(ContractTest, TheMessageReferenceListsExactlyTheNumbersThisHostChecks)
     EXPECT_EQ(unchecked, std::vector<std::string>()) << "listed in the reference, not checked by this host";
     EXPECT_EQ(unlisted, std::vector<std::string>()) << "checked by this host, not listed in the reference";
 }
+
+// One behaviour of the component: what the host delivers and answers, the
+// exact trace of what the component sends, and payload checks after it.
+struct Flow
+{
+    const char* name;
+    void (*drive)(void* handler);
+    std::vector<const Outgoing*> trace;
+    void (*check)() = nullptr;
+};
+void PrintTo(const Flow& flow, std::ostream* os)
+{
+    *os << flow.name;
+}
+
+const InterfaceRecord seven = interfaceRecord(7, 8);
+
+// Interface 7 listed and made current; what that sends is cleared.
+void makeSevenCurrent(void* handler)
+{
+    answers.interfaces = {seven, interfaceRecord(9, 4)};
+    deliverRecord(handler, in::SetCurrentInterface, seven);
+    sent.clear();
+}
+
+// Interface 7 feeds screen 5, and its connector is tied to itself.
+void tieSevenToAScreen()
+{
+    answers.subcards = {SubcardRecord{seven.slot, {}, {ConnectorRecord{seven.connector, {}, 42}}}};
+    answers.tiedConnectors = {seven.connector};
+    answers.screens.resize(1);
+    answers.screens[0].id = 5;
+    answers.screens[0].outputs = {OutputRecord{seven.id}};
+}
+
+// A choice of seven's own resolution affects no screen; 1280x720 does.
+const Choice<Thumb> sameResolution{0, {0, 30.0f, seven.thumb.width, seven.thumb.height, 0, 0, 0}, 0, 0};
+const Choice<Thumb> newResolution{0, {0, 50.0f, 1280, 720, 0, 0, 0}, 0, 0};
+const Choice<Detail> sameReference{
+    0, {0, 30.0f, seven.thumb.width, {1, 2, 3, 4}, seven.thumb.height, {5, 6, 7, 8, 9, 10}}, 0, 0};
+
+MessageBoxRecord answerOf(std::int32_t boxId, std::uint8_t result)
+{
+    MessageBoxRecord box;
+    box.boxId = boxId;
+    box.result = result;
+    return box;
+}
+
+std::int32_t int32Sent(const Outgoing& row)
+{
+    const Bytes bytes = lastSent(row);
+    std::int32_t value = 0;
+    EXPECT_EQ(bytes.size(), sizeof value) << row.name;
+    if (bytes.size() >= sizeof value)
+        std::memcpy(&value, bytes.data(), sizeof value);
+    return value;
+}
+
+template <const Incoming& Row>
+void askInUse(void* handler)
+{
+    makeSevenCurrent(handler);
+    deliverEmpty(handler, Row);
+}
+
+void checkInUse()
+{
+    EXPECT_EQ(filters[out::InterfaceDetail.number], (Params{{"interfaceId", "7"}}));
+    EXPECT_EQ(lastSent(out::InUse), Bytes{1}) << "interface 7 is used by a screen";
+}
+
+const std::vector<const Outgoing*> refreshed = {&out::InterfaceDetail, &out::DetailTiming, &out::ThumbTiming,
+                                                &out::TimingNotice};
+const std::vector<const Outgoing*> impact = {&out::Screens, &out::InterfaceDetail, &out::Subcards, &out::DeviceParam};
+const std::vector<const Outgoing*> thumbCommitted = {&out::InterfaceDetail, &out::PreCheck,   &out::ThumbCheck,
+                                                     &out::ShowWaiting,     &out::WriteThumb, &out::HideWaiting,
+                                                     &out::CommittedThumb};
+
+std::vector<const Outgoing*> operator+(std::vector<const Outgoing*> first, const std::vector<const Outgoing*>& then)
+{
+    first.insert(first.end(), then.begin(), then.end());
+    return first;
+}
+
+const std::vector<Flow> flows = {
+    {"RefreshSendsTheCurrentTimingsAndNotice",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         deliverEmpty(handler, in::RefreshTiming);
+     },
+     refreshed,
+     [] {
+         const auto notice = recordOf<std::array<std::uint32_t, 4>>(lastSent(out::TimingNotice));
+         EXPECT_EQ(notice, (std::array<std::uint32_t, 4>{927, 1587, 0, 407})) << "words 92 and 158, thumb word 4";
+     }},
+    {"SelectedInterfaceIsAdoptedAndAnnounced",
+     [](void* handler) {
+         answers.interfaces = {seven, interfaceRecord(9, 4)};
+         answers.selected = 9;
+         deliverEmpty(handler, in::SelectedInterfaceTiming);
+     },
+     {&out::InterfaceDetail, &out::SelectedInterface, &out::AdoptedInterface, &out::ThumbTiming, &out::TimingNotice},
+     [] { EXPECT_EQ(int32Sent(out::AdoptedInterface), 9) << "the 4-byte reply names the interface"; }},
+    {"ThumbCheckRequestIsJudgedAndForwarded",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         answers.verdicts = {Verdict{seven.id}};
+         Envelope<CheckQuery> request;
+         request.info.thumbChecks.resize(1);
+         request.info.thumbChecks[0].timing = {0, 60.0f, 1920, 1080, 0, 0, 0};
+         deliverRecord(handler, in::ThumbCheckRequest, &request);
+     },
+     {&out::InterfaceDetail, &out::InterfaceDetail, &out::ThumbCheck, &out::InterfaceDetail, &out::ThumbCheckResults},
+     [] {
+         ASSERT_EQ(judgedThumbChecks.size(), 1u);
+         EXPECT_EQ(judgedThumbChecks[0].id, 7);
+         EXPECT_EQ(judgedThumbChecks[0].timing.width, 1920);
+         EXPECT_EQ(judgedThumbChecks[0].checkParam0, seven.checkParam0) << "word 137 of the interface";
+         EXPECT_EQ(judgedThumbChecks[0].checkParam1, seven.checkParam1) << "word 139 of the interface";
+     }},
+    {"DetailCheckRequestIsJudgedAndForwarded",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         answers.verdicts = {Verdict{seven.id}};
+         Envelope<CheckQuery> request;
+         request.info.detailChecks.resize(1);
+         request.info.detailChecks[0].timing = seven.detail;
+         deliverRecord(handler, in::DetailCheckRequest, &request);
+     },
+     {&out::InterfaceDetail, &out::InterfaceDetail, &out::DetailCheck, &out::InterfaceDetail,
+      &out::DetailCheckResults}},
+    {"ChangedReferenceTimingIsSentOn",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         const std::vector<Choice<Detail>> changed = {{9, seven.detail, 0, 0}, {seven.id, sameReference.timing, 0, 0}};
+         deliverRecord(handler, in::ChangedReferenceTimings, changed);
+     },
+     {&out::ChangedDetail},
+     [] { EXPECT_EQ(lastSent(out::ChangedDetail), bytesOf(&sameReference.timing, 56)); }},
+    {"ChangedThumbTimingIsSentOnWithANotice",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         const std::vector<Choice<Thumb>> changed = {{9, seven.thumb, 0, 0}, {seven.id, newResolution.timing, 0, 0}};
+         deliverRecord(handler, in::ChangedThumbTimings, changed);
+     },
+     {&out::TimingNotice, &out::ChangedThumb},
+     [] { EXPECT_EQ(lastSent(out::ChangedThumb), bytesOf(&newResolution.timing, 28)); }},
+    {"InUseAsked", askInUse<in::InUseAsked>, {&out::InterfaceDetail, &out::InUse}, checkInUse},
+    {"InUseAsked2", askInUse<in::InUseAsked2>, {&out::InterfaceDetail, &out::InUse}, checkInUse},
+    {"InUseAsked3", askInUse<in::InUseAsked3>, {&out::InterfaceDetail, &out::InUse}, checkInUse},
+    {"UnchangedResolutionIsWrittenAtOnce",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         deliverRecord(handler, in::ThumbChoice, sameResolution);
+     },
+     impact + thumbCommitted,
+     [] {
+         EXPECT_EQ(filters[out::Screens.number], (Params{{"screenType", "2"}}));
+         ASSERT_EQ(writtenThumbs.size(), 1u);
+         EXPECT_EQ(writtenThumbs[0].id, 7);
+         EXPECT_EQ(lastSent(out::CommittedThumb), bytesOf(&sameResolution.timing, 28));
+     }},
+    {"OverBandwidthIsRefusedWithABox",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         answers.verdicts = {Verdict{seven.id}};
+         answers.verdicts[0].overBandwidth = 1;
+         deliverRecord(handler, in::ThumbChoice, sameResolution);
+     },
+     impact + std::vector<const Outgoing*>{&out::InterfaceDetail, &out::PreCheck, &out::ThumbCheck, &out::MessageBox},
+     [] { EXPECT_EQ(recordOf<MessageBoxRecord>(lastSent(out::MessageBox)).boxId, 14); }},
+    {"ANewResolutionOnAScreenIsAssessedAndConfirmed",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         tieSevenToAScreen();
+         deliverRecord(handler, in::ThumbChoice, newResolution);
+     },
+     impact + std::vector<const Outgoing*>{&out::Assess, &out::Confirmation},
+     [] {
+         EXPECT_EQ(tiesAsked, (std::vector<std::int32_t>{101, 42, 77})) << "slot 1's subcard, key, 4-byte reply";
+         EXPECT_EQ(recordOf<MessageBoxRecord>(lastSent(out::Confirmation)).boxId, 35);
+     }},
+    {"ARefusedAssessmentIsQueuedAndRefreshes",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         tieSevenToAScreen();
+         answers.assessments = {{0, 7}};
+         deliverRecord(handler, in::ThumbChoice, newResolution);
+     },
+     impact + std::vector<const Outgoing*>{&out::Assess, &out::AssessFailed} + refreshed,
+     [] { EXPECT_EQ(int32Sent(out::AssessFailed), 7); }},
+    {"AnAcceptedConfirmationWritesTheChoice",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         tieSevenToAScreen();
+         deliverRecord(handler, in::ThumbChoice, newResolution);
+         sent.clear();
+         deliverRecord(handler, in::BoxAnswer, answerOf(35, 1));
+     },
+     thumbCommitted, [] { EXPECT_EQ(lastSent(out::CommittedThumb), bytesOf(&newResolution.timing, 28)); }},
+    {"ADeclinedConfirmationRefreshes",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         deliverRecord(handler, in::BoxAnswer, answerOf(35, 0));
+     },
+     refreshed},
+    {"AReferenceAffectingNoScreenIsWrittenAtOnce",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         deliverRecord(handler, in::ReferenceChoice, sameReference);
+     },
+     impact + std::vector<const Outgoing*>{&out::InterfaceDetail, &out::DetailCheck, &out::ShowWaiting,
+                                           &out::WritingReference, &out::WriteReference, &out::HideWaiting},
+     [] { EXPECT_EQ(int32Sent(out::WritingReference), 1); }},
+    {"TheStoredReferenceIsPublished",
+     [](void* handler) {
+         makeSevenCurrent(handler);
+         deliverRecord(handler, in::ReferenceChoice, sameReference);
+         sent.clear();
+         deliverEmpty(handler, in::PublishReference);
+     },
+     {&out::CommittedThumb},
+     [] {
+         const Thumb published{0, 30.0f, seven.thumb.width, seven.thumb.height, 0, 0, 0};
+         EXPECT_EQ(lastSent(out::CommittedThumb), bytesOf(&published, 28));
+     }},
+};
+
+TEST(ContractTest, EveryOutgoingNumberIsSentInAFlow)
+{
+    std::set<const Outgoing*> traced;
+    for (const Flow& flow : flows)
+        traced.insert(flow.trace.begin(), flow.trace.end());
+    for (const Outgoing* row : out::all)
+        EXPECT_EQ(traced.count(row), 1u) << row->name << " is sent in no flow";
+}
+
+// Each flow on a freshly loaded library and started component.
+class ContractFlowTest : public testing::TestWithParam<Flow>
+{
+protected:
+    void SetUp() override
+    {
+        resetHost();
+        // Kept mapped after dlclose: Qt, loaded with the library, leaves the
+        // per-thread data of a logged warning behind when it is unloaded.
+        m_library = dlopen(EDIDVM_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+        ASSERT_NE(m_library, nullptr) << dlerror();
+        auto pluginit = reinterpret_cast<void (*)(const void*)>(dlsym(m_library, "pluginit"));
+        auto pluginfo = reinterpret_cast<const PluginInfo* (*)()>(dlsym(m_library, "pluginfo"));
+        ASSERT_TRUE(pluginit != nullptr && pluginfo != nullptr);
+        pluginit(&hostApi);
+        m_component = pluginfo()->components[0];
+        m_object = m_component->creator();
+        m_handler = m_component->getMessageHandler(m_object);
+        deliver(m_handler, EventKind, in::Start.number, 0, nullptr);
+    }
+
+    void TearDown() override
+    {
+        if (m_component != nullptr)
+            m_component->deletor(m_object);
+        EXPECT_TRUE(live.empty()) << "a message or response was not released";
+        if (m_library != nullptr)
+            dlclose(m_library);
+    }
+
+    void* m_library = nullptr;
+    ComponentInfo* m_component = nullptr;
+    void* m_object = nullptr;
+    void* m_handler = nullptr;
+};
+
+TEST_P(ContractFlowTest, SendsTheNumbersTheReferenceGives)
+{
+    const Flow& flow = GetParam();
+    flow.drive(m_handler);
+    expectTrace(flow.trace);
+    if (flow.check != nullptr)
+        flow.check();
+}
+
+INSTANTIATE_TEST_SUITE_P(Flows, ContractFlowTest, testing::ValuesIn(flows),
+                         [](const testing::TestParamInfo<Flow>& info) { return std::string(info.param.name); });
 
 } // namespace
