@@ -7,6 +7,7 @@
 #include "framework/wire.h"
 #include "host/host.h"
 #include "protomodel/configrecords.h"
+#include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
 #include "viewmodel/outputedidviewmodel.h"
 
@@ -20,6 +21,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace msg = LCD::MessageId;
 
 using namespace LCD::ProtoModel::Interface;
 using namespace LCD::ProtoModel::Screen;
@@ -86,23 +89,45 @@ struct Reader
 };
 
 // Handled by the component, in its registration order.
-constexpr std::uint32_t Handled[16] = {0xFC070606u, 0xFC000620u, 0xFC021009u, 0xFC00060Au, 0xFC00060Bu, 0xFC000605u,
-                                       0xFC000606u, 0xFC00060Cu, 0xFC00060Du, 0xFC000617u, 0xFC031007u, 0xFC051016u,
-                                       0xFC081005u, 0xFC081006u, 0xFC030204u, 0xFC08021Eu};
+constexpr std::uint32_t Handled[16] = {
+    msg::PublishReference,        msg::BoxAnswer,           msg::SetCurrentInterface, msg::RefreshTiming,
+    msg::SelectedInterfaceTiming, msg::ThumbCheckRequest,   msg::DetailCheckRequest,  msg::ThumbChoice,
+    msg::ReferenceChoice,         msg::InUseAsked,          msg::SdiInterface,        msg::InterfaceType,
+    msg::ChangedReferenceTimings, msg::ChangedThumbTimings, msg::InUseAsked2,         msg::InUseAsked3};
 const std::uint32_t Reserved[5] = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
 // Sent by the component, never handled by it.
-const std::uint32_t Foreign[4] = {0xFC050111u, 0xFC020603u, 0xFC051008u, 0xFC030605u};
+const std::uint32_t Foreign[4] = {msg::InterfaceDetail, msg::ThumbCheckResults, msg::WriteThumb, msg::Confirmation};
 
 // The contract length of each message the component sends.
-const std::map<std::uint32_t, int> SentSizes = {
-    {0xFC050111u, 8},  {0xFC051000u, 8},  {0xFC051001u, 8},  {0xFC050200u, 8},  {0xFC0D1000u, 8},   {0xFC05021Fu, 8},
-    {0xFC08100Au, 0},  {0xFC000004u, 0},  {0xFC001009u, 4},  {0xFC020607u, 56}, {0xFC020608u, 28},  {0xFC030606u, 16},
-    {0xFC020603u, 24}, {0xFC020604u, 24}, {0xFC030601u, 56}, {0xFC030602u, 28}, {0xFC030605u, 556}, {0xFC020611u, 28},
-    {0xFC02060Eu, 1},  {0xFC02022Du, 4},  {0xFC000626u, 44}, {0xFC051008u, 24}, {0xFC0C0C27u, 4},   {0xFC051009u, 24},
-    {0xFC0C0C10u, 0},  {0xFC0C0C12u, 556}};
+const std::map<std::uint32_t, int> SentSizes = {{msg::InterfaceDetail, 8},
+                                                {msg::ThumbCheck, 8},
+                                                {msg::DetailCheck, 8},
+                                                {msg::Screens, 8},
+                                                {msg::Subcards, 8},
+                                                {msg::Assess, 8},
+                                                {msg::SelectedInterface, 0},
+                                                {msg::DeviceParam, 0},
+                                                {msg::AdoptedInterface, 4},
+                                                {msg::DetailTiming, 56},
+                                                {msg::ThumbTiming, 28},
+                                                {msg::TimingNotice, 16},
+                                                {msg::ThumbCheckResults, 24},
+                                                {msg::DetailCheckResults, 24},
+                                                {msg::ChangedDetail, 56},
+                                                {msg::ChangedThumb, 28},
+                                                {msg::Confirmation, 556},
+                                                {msg::CommittedThumb, 28},
+                                                {msg::InUse, 1},
+                                                {msg::AssessFailed, 4},
+                                                {msg::PreCheck, 44},
+                                                {msg::WriteThumb, 24},
+                                                {msg::WritingReference, 4},
+                                                {msg::WriteReference, 24},
+                                                {msg::HideWaiting, 0},
+                                                {msg::MessageBox, 556}};
 // The length of each plain-record payload.
 const std::map<std::uint32_t, int> RecordSizes = {
-    {0xFC031007u, 16}, {0xFC00060Cu, 40}, {0xFC00060Du, 68}, {0xFC000620u, 556}};
+    {msg::SdiInterface, 16}, {msg::ThumbChoice, 40}, {msg::ReferenceChoice, 68}, {msg::BoxAnswer, 556}};
 
 [[noreturn]] void fail(const char* what, std::uint32_t number)
 {
@@ -278,11 +303,11 @@ Data& envelope(const kpf::IMessage& command, bool filtered = false)
 void installStandIns(Run& run)
 {
     World& w = run.world;
-    standIn(run, 0xFC050111u, [&w, &run](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+    standIn(run, msg::InterfaceDetail, [&w, &run](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
         // Answered in an envelope of the host's when the host answers elsewhere.
         auto* q = run.host.answerEnvelope<QueryInfo<s_InterfaceDetailInfo>>(c, true);
         if (q == nullptr)
-            fail("query without its envelope", 0xFC050111u);
+            fail("query without its envelope", msg::InterfaceDetail);
         std::map<std::string, std::string> params;
         if (q->filter)
             q->filter(params);
@@ -294,33 +319,33 @@ void installStandIns(Run& run)
         }
         return mood == Mood::WrongSize ? std::optional<Bytes>(Bytes(3, 0x5A)) : std::nullopt;
     });
-    standIn(run, 0xFC050200u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+    standIn(run, msg::Screens, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
         envelope<s_ScreenDetail>(c, true).stScreenDetailInfoArry = shaped(w.screens, mood);
         return std::nullopt;
     });
-    standIn(run, 0xFC0D1000u, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+    standIn(run, msg::Subcards, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
         envelope<s_SubcardQuery>(c).stSubcardInfoArry = shaped(w.subcards, mood);
         return std::nullopt;
     });
-    for (std::uint32_t check : {0xFC051000u, 0xFC051001u})
+    for (std::uint32_t check : {msg::ThumbCheck, msg::DetailCheck})
         standIn(run, check, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
             envelope<s_TimigCheckQuery>(c).stCheckResultArry = shaped(w.verdicts, mood);
             return std::nullopt;
         });
-    standIn(run, 0xFC05021Fu, [&w](const kpf::IMessage& c, Mood mood) {
+    standIn(run, msg::Assess, [&w](const kpf::IMessage& c, Mood mood) {
         envelope<s_TimingAssessQuery>(c).stAssessResultArry = shaped(w.assessments, mood);
         return reply(mood, &w.carriedOut, 1);
     });
-    standIn(run, 0xFC051008u, [&run](const kpf::IMessage& c, Mood mood) {
+    standIn(run, msg::WriteThumb, [&run](const kpf::IMessage& c, Mood mood) {
         if (c.size() != 24 || c.data() == nullptr)
-            fail("thumb write without its vector", 0xFC051008u);
+            fail("thumb write without its vector", msg::WriteThumb);
         // The vector is the sender's: read every element while it lasts.
         for (const s_InterfaceThumbTiming& t : *static_cast<const std::vector<s_InterfaceThumbTiming>*>(c.data()))
             run.sink += std::uint32_t(t.interfaceId);
         return reply(mood, &run.world.writeAnswer, 1);
     });
-    standIn(run, 0xFC08100Au, [&w](const kpf::IMessage&, Mood mood) { return reply(mood, &w.selected, 4); });
-    standIn(run, 0xFC000004u, [&w](const kpf::IMessage&, Mood mood) { return reply(mood, &w.deviceParam, 4); });
+    standIn(run, msg::SelectedInterface, [&w](const kpf::IMessage&, Mood mood) { return reply(mood, &w.selected, 4); });
+    standIn(run, msg::DeviceParam, [&w](const kpf::IMessage&, Mood mood) { return reply(mood, &w.deviceParam, 4); });
 
     run.host.deviceConfig().setAnswer([&w](std::int32_t slot) { return slot + w.slotOffset; });
     run.host.subcardConfig().setAnswer(
@@ -332,10 +357,10 @@ void installStandIns(Run& run)
         const auto expected = SentSizes.find(sent.number);
         if (expected != SentSizes.end() && expected->second != sent.size)
             fail("sent with a wrong length", sent.number);
-        if ((sent.number == 0xFC020603u || sent.number == 0xFC020604u) && data != nullptr)
+        if ((sent.number == msg::ThumbCheckResults || sent.number == msg::DetailCheckResults) && data != nullptr)
             for (const s_TimigCheckResult& v : *static_cast<const s_TimigCheckResultArry*>(data))
                 run.sink += v.frameRates.size();
-        if (sent.number == 0xFC051009u && data != nullptr)
+        if (sent.number == msg::WriteReference && data != nullptr)
             for (const auto& t : *static_cast<const std::vector<s_InterfacePresetTiming>*>(data))
                 run.sink += std::uint32_t(t.stTimingDetail.width);
     });
@@ -363,7 +388,7 @@ void deliver(Run& run, int kind, std::uint32_t number, int size, const void* dat
 {
     const std::optional<Bytes> answer = run.host.deliver(run.component, kind, number, size, data);
     // Only the interface-type command replies, always with 4 bytes.
-    const bool replies = kind == kpf::MessageKindCommand && number == 0xFC051016u;
+    const bool replies = kind == kpf::MessageKindCommand && number == msg::InterfaceType;
     if (answer && (!replies || answer->size() != 4))
         fail("unexpected reply", number);
 }
@@ -380,14 +405,14 @@ void deliverOne(Run& run, Reader body)
     const std::uint32_t number = pickNumber(body);
     // The natural kind, the other one, or any value.
     const unsigned kindChoice = body.u8() % 8;
-    const int kind = kindChoice == 7                                ? body.i32()
-                     : (kindChoice == 6) != (number == 0xFC051016u) ? kpf::MessageKindCommand
-                                                                    : kpf::MessageKindEvent;
+    const int kind = kindChoice == 7                                       ? body.i32()
+                     : (kindChoice == 6) != (number == msg::InterfaceType) ? kpf::MessageKindCommand
+                                                                           : kpf::MessageKindEvent;
     const unsigned form = body.u8();
     const bool real = form % 4 < 3; // a real object where an address goes
     int addressSize = -1;           // the length only a real object may have
 
-    if (number == 0xFC000605u || number == 0xFC000606u) {
+    if (number == msg::ThumbCheckRequest || number == msg::DetailCheckRequest) {
         addressSize = 8;
         if (real) {
             QueryInfo<s_TimigCheckQuery> request;
@@ -402,15 +427,15 @@ void deliverOne(Run& run, Reader body)
             QueryInfo<s_TimigCheckQuery>* address = form % 4 == 2 ? nullptr : &request;
             return deliver(run, kind, number, sizeof address, &address);
         }
-    } else if (number == 0xFC021009u) {
+    } else if (number == msg::SetCurrentInterface) {
         addressSize = int(sizeof(s_InterfaceList));
         if (real) {
             const s_InterfaceList record = readInterface(body);
             return deliver(run, kind, number, sizeof record, &record);
         }
-    } else if (number == 0xFC081005u || number == 0xFC081006u) {
+    } else if (number == msg::ChangedReferenceTimings || number == msg::ChangedThumbTimings) {
         addressSize = 24;
-        if (real && number == 0xFC081005u)
+        if (real && number == msg::ChangedReferenceTimings)
             return deliverVector<s_InterfacePresetTiming>(run, kind, number, body, [](Reader& in) {
                 return s_InterfacePresetTiming{in.small(), readDetail(in), in.u32(), 0};
             });
@@ -482,7 +507,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (run.host.store().liveCount() != 0)
             fail("a message or response was not released", 0);
         if (!run.host.keptEnvelopesChanged().empty())
-            fail("the component changed an envelope that was not its own", 0xFC050111u);
+            fail("the component changed an envelope that was not its own", msg::InterfaceDetail);
     }
     kpf::api::get().hostApi = nullptr;
     return 0;

@@ -2,6 +2,7 @@
 
 #include "protomodel/constants.h"
 #include "protomodel/interfacerecords.h"
+#include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
 #include "sim/decode.h"
 #include "viewmodel/viewmodelrecords.h"
@@ -13,6 +14,8 @@
 #include <set>
 #include <tuple>
 
+namespace msg = LCD::MessageId;
+
 namespace edidvm {
 namespace page {
 
@@ -21,27 +24,27 @@ using namespace LCD::ProtoModel::Interface;
 namespace {
 // The numbers the page reacts to.
 enum : std::uint32_t {
-    SetCurrentInterface = 0xFC021009u,
-    RefreshTiming = 0xFC00060Au,
-    ThumbCheckRequest = 0xFC000605u,
-    ThumbChoice = 0xFC00060Cu,
-    ReferenceChoice = 0xFC00060Du,
-    InUseAsked = 0xFC000617u,
-    BoxAnswer = 0xFC000620u,
-    DetailTiming = 0xFC020607u,
-    ThumbTiming = 0xFC020608u,
-    AdoptedInterface = 0xFC001009u,
-    TimingNotice = 0xFC030606u,
-    ThumbCheckResults = 0xFC020603u,
-    DetailCheckResults = 0xFC020604u,
-    ChangedDetail = 0xFC030601u,
-    ChangedThumb = 0xFC030602u,
-    Confirmation = 0xFC030605u,
-    CommittedThumb = 0xFC020611u,
-    InUse = 0xFC02060Eu,
-    ShowWaiting = 0xFC0C0C0Fu,
-    HideWaiting = 0xFC0C0C10u,
-    MessageBox = 0xFC0C0C12u,
+    SetCurrentInterface = msg::SetCurrentInterface,
+    RefreshTiming = msg::RefreshTiming,
+    ThumbCheckRequest = msg::ThumbCheckRequest,
+    ThumbChoice = msg::ThumbChoice,
+    ReferenceChoice = msg::ReferenceChoice,
+    InUseAsked = msg::InUseAsked,
+    BoxAnswer = msg::BoxAnswer,
+    DetailTiming = msg::DetailTiming,
+    ThumbTiming = msg::ThumbTiming,
+    AdoptedInterface = msg::AdoptedInterface,
+    TimingNotice = msg::TimingNotice,
+    ThumbCheckResults = msg::ThumbCheckResults,
+    DetailCheckResults = msg::DetailCheckResults,
+    ChangedDetail = msg::ChangedDetail,
+    ChangedThumb = msg::ChangedThumb,
+    Confirmation = msg::Confirmation,
+    CommittedThumb = msg::CommittedThumb,
+    InUse = msg::InUse,
+    ShowWaiting = msg::ShowWaiting,
+    HideWaiting = msg::HideWaiting,
+    MessageBox = msg::MessageBox,
 };
 
 template <typename Record>

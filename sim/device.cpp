@@ -1,12 +1,15 @@
 #include "sim/device.h"
 
 #include "framework/wire.h"
+#include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
 #include "sim/decode.h"
 
 #include <cstring>
 #include <functional>
 #include <map>
+
+namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace sim {
@@ -59,7 +62,7 @@ host::Responder answerQuery(host::Host& host, std::uint32_t number,
                             std::function<void(std::uint32_t, int, Fields)> traced, Fill fill)
 {
     return [&host, number, traced, fill](const kpf::IMessage& command) -> std::optional<Bytes> {
-        auto* query = host.answerEnvelope<QueryInfo<T>>(command, number == 0xFC050111u);
+        auto* query = host.answerEnvelope<QueryInfo<T>>(command, number == msg::InterfaceDetail);
         if (query == nullptr) {
             traced(number, -1, {{"envelope", nullptr}});
             return std::nullopt;
@@ -179,8 +182,8 @@ void SimulatedDevice::installQueries()
         reply(number, length, std::move(fields));
     };
 
-    commands.setResponder(0xFC050111u,
-                          answerQuery<s_InterfaceDetailInfo>(m_host, 0xFC050111u, traced, [this](auto& query) {
+    commands.setResponder(msg::InterfaceDetail,
+                          answerQuery<s_InterfaceDetailInfo>(m_host, msg::InterfaceDetail, traced, [this](auto& query) {
                               const Parameters params = parametersOf(query);
                               Fields ids = Fields::array();
                               for (const s_InterfaceList& entry : m_state.interfaces) {
@@ -191,7 +194,7 @@ void SimulatedDevice::installQueries()
                               }
                               return Answer{std::nullopt, {{"interfaces", ids}}};
                           }));
-    commands.setResponder(0xFC050200u, answerQuery<s_ScreenDetail>(m_host, 0xFC050200u, traced, [this](auto& query) {
+    commands.setResponder(msg::Screens, answerQuery<s_ScreenDetail>(m_host, msg::Screens, traced, [this](auto& query) {
                               const Parameters params = parametersOf(query);
                               Fields ids = Fields::array();
                               for (const Screen& screen : m_state.screens) {
@@ -202,7 +205,8 @@ void SimulatedDevice::installQueries()
                               }
                               return Answer{std::nullopt, {{"screens", ids}}};
                           }));
-    commands.setResponder(0xFC0D1000u, answerQuery<s_SubcardQuery>(m_host, 0xFC0D1000u, traced, [this](auto& query) {
+    commands.setResponder(msg::Subcards,
+                          answerQuery<s_SubcardQuery>(m_host, msg::Subcards, traced, [this](auto& query) {
                               Fields slots = Fields::array();
                               for (const Subcard& subcard : m_state.subcards) {
                                   query.info.stSubcardInfoArry.push_back(subcard.info);
@@ -212,7 +216,7 @@ void SimulatedDevice::installQueries()
                           }));
     // Every verdict the scenario holds, whatever the checks: the service
     // judges the interfaces as they stand.
-    for (std::uint32_t number : {0xFC051000u, 0xFC051001u}) {
+    for (std::uint32_t number : {msg::ThumbCheck, msg::DetailCheck}) {
         commands.setResponder(number, answerQuery<s_TimigCheckQuery>(m_host, number, traced, [this](auto& query) {
                                   query.info.stCheckResultArry = m_state.verdicts;
                                   return Answer{std::nullopt, {{"verdicts", listOf(m_state.verdicts)}}};
@@ -220,7 +224,7 @@ void SimulatedDevice::installQueries()
     }
     // One answer per assessment, in order; the last one repeats.
     commands.setResponder(
-        0xFC05021Fu, answerQuery<s_TimingAssessQuery>(m_host, 0xFC05021Fu, traced, [this](auto& query) {
+        msg::Assess, answerQuery<s_TimingAssessQuery>(m_host, msg::Assess, traced, [this](auto& query) {
             Assessment answer;
             if (!m_state.assessments.empty())
                 answer = m_state.assessments[std::min(m_assessments, m_state.assessments.size() - 1)];
@@ -238,16 +242,16 @@ void SimulatedDevice::installQueries()
         reply(number, value ? int(sizeof *value) : -1, {{field, orNull(value)}});
         return value ? std::optional<Bytes>(bytesOf(*value)) : std::nullopt;
     };
-    commands.setResponder(0xFC08100Au, [this, answerWith](const kpf::IMessage&) {
-        return answerWith(0xFC08100Au, "interface", m_state.selectedInterface);
+    commands.setResponder(msg::SelectedInterface, [this, answerWith](const kpf::IMessage&) {
+        return answerWith(msg::SelectedInterface, "interface", m_state.selectedInterface);
     });
-    commands.setResponder(0xFC000004u, [this, answerWith](const kpf::IMessage&) {
-        return answerWith(0xFC000004u, "deviceParam", m_state.deviceParam);
+    commands.setResponder(msg::DeviceParam, [this, answerWith](const kpf::IMessage&) {
+        return answerWith(msg::DeviceParam, "deviceParam", m_state.deviceParam);
     });
     // Answer 0 means written; a non-zero answer or none leaves the device
     // as it was.
-    commands.setResponder(0xFC051008u, [this, answerWith](const kpf::IMessage& command) {
-        std::optional<Bytes> answer = answerWith(0xFC051008u, "answer", m_state.thumbCommitAnswer);
+    commands.setResponder(msg::WriteThumb, [this, answerWith](const kpf::IMessage& command) {
+        std::optional<Bytes> answer = answerWith(msg::WriteThumb, "answer", m_state.thumbCommitAnswer);
         if (const auto* written = vectorIn<s_InterfaceThumbTiming>(command)) {
             const std::optional<std::uint8_t> byte = m_state.thumbCommitAnswer;
             const bool taken = byte && *byte == 0 && m_state.writesApply;
@@ -264,7 +268,7 @@ void SimulatedDevice::installQueries()
             if (const auto* written = vectorIn<s_InterfacePresetTiming>(event))
                 applyWrite(*written, m_state.writesApply, "writesApply is false");
         },
-        0xFC051009u);
+        msg::WriteReference);
 }
 
 void SimulatedDevice::installServices()

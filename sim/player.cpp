@@ -1,6 +1,7 @@
 #include "sim/player.h"
 
 #include "host/variation.h"
+#include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
 #include "sim/expectationdiff.h"
 #include "viewmodel/viewmodelrecords.h"
@@ -10,6 +11,8 @@
 #include <filesystem>
 #include <functional>
 
+namespace msg = LCD::MessageId;
+
 namespace edidvm {
 namespace sim {
 
@@ -17,7 +20,7 @@ using namespace LCD::ProtoModel::Interface;
 using LCD::GlobalMessageHander::QueryInfo;
 
 namespace {
-constexpr std::uint32_t Confirmation = 0xFC030605u;
+constexpr std::uint32_t Confirmation = msg::Confirmation;
 
 const char* kindOf(host::SentKind kind)
 {
@@ -82,9 +85,10 @@ void Player::applyHostBehaviour()
     std::vector<HostDelivery> wanted = behaviour.deliver;
     const auto& interfaces = m_scenario.device.interfaces;
     if (wanted.empty() && variation == host::Variation::NestedDeliveries)
-        wanted.push_back({0xFC00060Au, std::nullopt, std::nullopt}); // the page asks for the timing again
+        wanted.push_back({msg::RefreshTiming, std::nullopt, std::nullopt}); // the page asks for the timing again
     if (wanted.empty() && variation == host::Variation::MovingCurrent && !interfaces.empty())
-        wanted.push_back({0xFC021009u, interfaces.at(interfaces.size() > 1 ? 1 : 0).interfaceId, std::nullopt});
+        wanted.push_back(
+            {msg::SetCurrentInterface, interfaces.at(interfaces.size() > 1 ? 1 : 0).interfaceId, std::nullopt});
 
     host::Interjection interjection;
     for (const HostDelivery& item : wanted) {

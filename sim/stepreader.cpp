@@ -2,12 +2,15 @@
 // A scenario's steps: the table of what a step may do, the message it
 // delivers and the keys it takes, and the reading of each.
 
+#include "protomodel/messageids.h"
 #include "sim/reader_p.h"
 
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
+
+namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace sim {
@@ -26,20 +29,20 @@ struct StepKind
 };
 
 const std::vector<StepKind> StepKinds = {
-    {"current", Action::Current, 0xFC021009u, {"interface"}},
-    {"refresh", Action::Refresh, 0xFC00060Au, {}},
-    {"askSelected", Action::AskSelected, 0xFC00060Bu, {}},
-    {"thumbCheck", Action::ThumbCheck, 0xFC000605u, {"checks"}},
-    {"detailCheck", Action::DetailCheck, 0xFC000606u, {"checks"}},
-    {"chooseThumb", Action::ChooseThumb, 0xFC00060Cu, {"timing", "edid"}},
-    {"chooseReference", Action::ChooseReference, 0xFC00060Du, {"timing", "edid"}},
-    {"publishReference", Action::PublishReference, 0xFC070606u, {}},
-    {"answer", Action::Answer, 0xFC000620u, {"accept", "box"}},
-    {"changedThumb", Action::ChangedThumb, 0xFC081006u, {"timings"}},
-    {"changedReference", Action::ChangedReference, 0xFC081005u, {"timings"}},
-    {"sdi", Action::Sdi, 0xFC031007u, {"interface"}},
-    {"inUse", Action::InUse, 0xFC000617u, {"trigger"}},
-    {"interfaceType", Action::InterfaceType, 0xFC051016u, {}},
+    {"current", Action::Current, msg::SetCurrentInterface, {"interface"}},
+    {"refresh", Action::Refresh, msg::RefreshTiming, {}},
+    {"askSelected", Action::AskSelected, msg::SelectedInterfaceTiming, {}},
+    {"thumbCheck", Action::ThumbCheck, msg::ThumbCheckRequest, {"checks"}},
+    {"detailCheck", Action::DetailCheck, msg::DetailCheckRequest, {"checks"}},
+    {"chooseThumb", Action::ChooseThumb, msg::ThumbChoice, {"timing", "edid"}},
+    {"chooseReference", Action::ChooseReference, msg::ReferenceChoice, {"timing", "edid"}},
+    {"publishReference", Action::PublishReference, msg::PublishReference, {}},
+    {"answer", Action::Answer, msg::BoxAnswer, {"accept", "box"}},
+    {"changedThumb", Action::ChangedThumb, msg::ChangedThumbTimings, {"timings"}},
+    {"changedReference", Action::ChangedReference, msg::ChangedReferenceTimings, {"timings"}},
+    {"sdi", Action::Sdi, msg::SdiInterface, {"interface"}},
+    {"inUse", Action::InUse, msg::InUseAsked, {"trigger"}},
+    {"interfaceType", Action::InterfaceType, msg::InterfaceType, {}},
     {"pump", Action::Pump, 0, {}},
     {"device", Action::ChangeDevice, 0, deviceKeys()},
 };
@@ -143,7 +146,8 @@ void Reader::readAction(const JsonNode& node, Device& device, Step& step)
     case Action::InUse:
         if (node.has("trigger")) {
             const Expectation trigger = expectation(node.at("trigger"));
-            if (trigger.number != 0xFC000617u && trigger.number != 0xFC030204u && trigger.number != 0xFC08021Eu)
+            if (trigger.number != msg::InUseAsked && trigger.number != msg::InUseAsked2 &&
+                trigger.number != msg::InUseAsked3)
                 node.at("trigger").fail("expected InUseAsked, InUseAsked2 or InUseAsked3");
             step.number = trigger.number;
         }

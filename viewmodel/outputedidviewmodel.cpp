@@ -9,6 +9,7 @@
 #include "message/log.h"
 #include "protomodel/configrecords.h"
 #include "protomodel/constants.h"
+#include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
 
 #include <QDebug>
@@ -17,6 +18,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+
+namespace msg = LCD::MessageId;
 
 namespace Model {
 
@@ -29,53 +32,6 @@ using LCD::ProtoModel::Screen::s_TimingAssessQuery;
 using LCD::ProtoModel::Subcard::s_SubcardQuery;
 
 namespace {
-
-// Messages handled.
-constexpr std::uint32_t EvSetCurrentInterface = 0xFC021009u;
-constexpr std::uint32_t EvSDIInterface = 0xFC031007u;
-constexpr std::uint32_t CmdInterfaceType = 0xFC051016u;
-constexpr std::uint32_t EvGetCurrentTiming = 0xFC00060Au;
-constexpr std::uint32_t EvGetThumbTiming = 0xFC00060Bu;
-constexpr std::uint32_t EvThumbCheck = 0xFC000605u;
-constexpr std::uint32_t EvDetailCheck = 0xFC000606u;
-constexpr std::uint32_t EvPublishRefTiming = 0xFC070606u;
-constexpr std::uint32_t EvBoxAnswer = 0xFC000620u;
-constexpr std::uint32_t EvThumbChoice = 0xFC00060Cu;
-constexpr std::uint32_t EvRefChoice = 0xFC00060Du;
-constexpr std::uint32_t EvInUseAsked = 0xFC000617u;
-constexpr std::uint32_t EvInUseAsked2 = 0xFC030204u;
-constexpr std::uint32_t EvInUseAsked3 = 0xFC08021Eu;
-constexpr std::uint32_t EvChangedRefTimings = 0xFC081005u;
-constexpr std::uint32_t EvChangedThumbTimings = 0xFC081006u;
-
-// Messages sent.
-constexpr std::uint32_t CmdInterfaceDetail = 0xFC050111u;
-constexpr std::uint32_t CmdSelectedInterface = 0xFC08100Au;
-constexpr std::uint32_t CmdAdoptedInterface = 0xFC001009u;
-constexpr std::uint32_t CmdThumbCheck = 0xFC051000u;
-constexpr std::uint32_t CmdDetailCheck = 0xFC051001u;
-constexpr std::uint32_t EvDetailTiming = 0xFC020607u;
-constexpr std::uint32_t EvThumbTiming = 0xFC020608u;
-constexpr std::uint32_t EvTimingNotice = 0xFC030606u;
-constexpr std::uint32_t EvThumbCheckResults = 0xFC020603u;
-constexpr std::uint32_t EvDetailCheckResults = 0xFC020604u;
-constexpr std::uint32_t EvShowWaiting = 0xFC0C0C0Fu;
-constexpr std::uint32_t EvHideWaiting = 0xFC0C0C10u;
-constexpr std::uint32_t EvMessageBox = 0xFC0C0C12u;
-constexpr std::uint32_t CmdScreens = 0xFC050200u;
-constexpr std::uint32_t CmdSubcards = 0xFC0D1000u;
-constexpr std::uint32_t CmdDeviceParam = 0xFC000004u;
-constexpr std::uint32_t CmdAssess = 0xFC05021Fu;
-constexpr std::uint32_t EvAssessFailed = 0xFC02022Du;
-constexpr std::uint32_t EvInUse = 0xFC02060Eu;
-constexpr std::uint32_t EvConfirmation = 0xFC030605u;
-constexpr std::uint32_t EvCommittedThumb = 0xFC020611u;
-constexpr std::uint32_t EvChangedDetail = 0xFC030601u;
-constexpr std::uint32_t EvChangedThumb = 0xFC030602u;
-constexpr std::uint32_t EvPreCheck = 0xFC000626u;
-constexpr std::uint32_t CmdWriteThumb = 0xFC051008u;
-constexpr std::uint32_t EvWritingReference = 0xFC0C0C27u;
-constexpr std::uint32_t EvWriteReference = 0xFC051009u;
 
 constexpr int BandwidthBoxId = 14;
 constexpr int ThumbConfirmationBoxId = 35;
@@ -186,7 +142,7 @@ template <>
 struct CheckKind<s_ThumbTimigCheck>
 {
     static constexpr auto list = &s_TimigCheckQuery::stThumbCheckArry;
-    static constexpr std::uint32_t command = CmdThumbCheck;
+    static constexpr std::uint32_t command = msg::ThumbCheck;
     static constexpr bool refusesZeroTiming = true;
     static constexpr char noChecksWarning[] = "stThumbCheckArry is empty.";
     static constexpr char noSourceWarning[] = "Not find interface source. interfaceid:";
@@ -198,7 +154,7 @@ template <>
 struct CheckKind<s_DetailTimigCheck>
 {
     static constexpr auto list = &s_TimigCheckQuery::stDetailCheckArry;
-    static constexpr std::uint32_t command = CmdDetailCheck;
+    static constexpr std::uint32_t command = msg::DetailCheck;
     static constexpr bool refusesZeroTiming = false;
     static constexpr char noChecksWarning[] = "stDetailCheckArry is empty.";
     static constexpr char noSourceWarning[] = "Not find input source. interfaceid:";
@@ -238,22 +194,22 @@ OutputEDIDViewModel::~OutputEDIDViewModel() = default;
 int OutputEDIDViewModel::onInit()
 {
     using VM = OutputEDIDViewModel;
-    registerEvent(kpf::wireInt(EvPublishRefTiming), bind<&VM::onPutInterfaceRefTiming>());
-    registerEvent(kpf::wireInt(EvBoxAnswer), bind<&VM::setInterfaceEdidData>());
-    registerEvent(kpf::wireInt(EvSetCurrentInterface), bind<&VM::setCurrentInterfaceInfo>());
-    registerEvent(kpf::wireInt(EvGetCurrentTiming), bind<&VM::getCurinterfaceTiming>());
-    registerEvent(kpf::wireInt(EvGetThumbTiming), bind<&VM::getInterfaceThumbfTiming>());
-    registerEvent(kpf::wireInt(EvThumbCheck), bind<&VM::setThumbTimingCheck>());
-    registerEvent(kpf::wireInt(EvDetailCheck), bind<&VM::setDetailTimingCheck>());
-    registerEvent(kpf::wireInt(EvThumbChoice), bind<&VM::putInterfaceThumbTiming>());
-    registerEvent(kpf::wireInt(EvRefChoice), bind<&VM::putInterfaceRefTiming>());
-    registerEvent(kpf::wireInt(EvInUseAsked), bind<&VM::getCurConnecterUsedByScreen>());
-    registerEvent(kpf::wireInt(EvSDIInterface), bind<&VM::curSDIInterfaceInfo>());
-    registerCommand(kpf::wireInt(CmdInterfaceType), bind<&VM::curInterfaceType>());
-    registerEvent(kpf::wireInt(EvChangedRefTimings), bind<&VM::changeInterfaceTimimg>());
-    registerEvent(kpf::wireInt(EvChangedThumbTimings), bind<&VM::changeInterfaceThumbTimimg>());
-    registerEvent(kpf::wireInt(EvInUseAsked2), bind<&VM::getCurConnecterUsedByScreen>());
-    registerEvent(kpf::wireInt(EvInUseAsked3), bind<&VM::getCurConnecterUsedByScreen>());
+    registerEvent(kpf::wireInt(msg::PublishReference), bind<&VM::onPutInterfaceRefTiming>());
+    registerEvent(kpf::wireInt(msg::BoxAnswer), bind<&VM::setInterfaceEdidData>());
+    registerEvent(kpf::wireInt(msg::SetCurrentInterface), bind<&VM::setCurrentInterfaceInfo>());
+    registerEvent(kpf::wireInt(msg::RefreshTiming), bind<&VM::getCurinterfaceTiming>());
+    registerEvent(kpf::wireInt(msg::SelectedInterfaceTiming), bind<&VM::getInterfaceThumbfTiming>());
+    registerEvent(kpf::wireInt(msg::ThumbCheckRequest), bind<&VM::setThumbTimingCheck>());
+    registerEvent(kpf::wireInt(msg::DetailCheckRequest), bind<&VM::setDetailTimingCheck>());
+    registerEvent(kpf::wireInt(msg::ThumbChoice), bind<&VM::putInterfaceThumbTiming>());
+    registerEvent(kpf::wireInt(msg::ReferenceChoice), bind<&VM::putInterfaceRefTiming>());
+    registerEvent(kpf::wireInt(msg::InUseAsked), bind<&VM::getCurConnecterUsedByScreen>());
+    registerEvent(kpf::wireInt(msg::SdiInterface), bind<&VM::curSDIInterfaceInfo>());
+    registerCommand(kpf::wireInt(msg::InterfaceType), bind<&VM::curInterfaceType>());
+    registerEvent(kpf::wireInt(msg::ChangedReferenceTimings), bind<&VM::changeInterfaceTimimg>());
+    registerEvent(kpf::wireInt(msg::ChangedThumbTimings), bind<&VM::changeInterfaceThumbTimimg>());
+    registerEvent(kpf::wireInt(msg::InUseAsked2), bind<&VM::getCurConnecterUsedByScreen>());
+    registerEvent(kpf::wireInt(msg::InUseAsked3), bind<&VM::getCurConnecterUsedByScreen>());
     return 0;
 }
 
@@ -290,12 +246,12 @@ QByteArray OutputEDIDViewModel::fitText(const QByteArray& utf8, int fieldSize)
 void OutputEDIDViewModel::showWaitingDialog(bool show)
 {
     if (!show) {
-        sendEvent(kpf::wireInt(EvHideWaiting), 0, nullptr);
+        sendEvent(kpf::wireInt(msg::HideWaiting), 0, nullptr);
         return;
     }
     const QByteArray text = QObject::tr("Loading...").toUtf8();
     // constData() is NUL-terminated; the NUL travels too.
-    sendEvent(kpf::wireInt(EvShowWaiting), text.size() + 1, text.constData());
+    sendEvent(kpf::wireInt(msg::ShowWaiting), text.size() + 1, text.constData());
 }
 
 void OutputEDIDViewModel::showBandWidthOverMessageBox()
@@ -309,14 +265,14 @@ void OutputEDIDViewModel::showBandWidthOverMessageBox()
                     .toUtf8(),
                 sizeof box.text);
     std::memcpy(box.text, text.constData(), static_cast<std::size_t>(text.size()));
-    sendEvent(kpf::wireInt(EvMessageBox), sizeOf<s_MessageBoxRequest>(), &box);
+    sendEvent(kpf::wireInt(msg::MessageBox), sizeOf<s_MessageBoxRequest>(), &box);
 }
 
 OutputEDIDViewModel::s_InterfaceDetailInfo OutputEDIDViewModel::getInterfaceDetail()
 {
     QueryInfo<s_InterfaceDetailInfo> query;
     QueryInfo<s_InterfaceDetailInfo>* pointer = &query;
-    sendCommand(kpf::wireInt(CmdInterfaceDetail), sizeof pointer, &pointer, 0, nullptr);
+    sendCommand(kpf::wireInt(msg::InterfaceDetail), sizeof pointer, &pointer, 0, nullptr);
     if (pointer == nullptr) {
         EDIDVM_WARNING() << "get interface detail fail.";
         return s_InterfaceDetailInfo();
@@ -370,8 +326,8 @@ kpf::IMessage* OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage*
     StateLock lock(*this);
     adoptInterface(*record);
     s_TimingDetailInfo detail = m_curInterfaceInfo.stTimingDetail;
-    sendEvent(kpf::wireInt(EvDetailTiming), sizeOf<s_TimingDetailInfo>(), &detail);
-    sendEvent(kpf::wireInt(EvThumbTiming), sizeOf<s_ThumbTimingInfo>(), &m_curInterfaceInfo.stThumbTiming);
+    sendEvent(kpf::wireInt(msg::DetailTiming), sizeOf<s_TimingDetailInfo>(), &detail);
+    sendEvent(kpf::wireInt(msg::ThumbTiming), sizeOf<s_ThumbTimingInfo>(), &m_curInterfaceInfo.stThumbTiming);
     return nullptr;
 }
 
@@ -415,10 +371,10 @@ kpf::IMessage* OutputEDIDViewModel::getCurinterfaceTiming(const kpf::IMessage* /
     StateLock lock(*this);
     const s_InterfaceList* found = findInterface(list, m_curInterfaceInfo.interfaceId);
     adoptInterface(found != nullptr ? *found : list.front());
-    sendEvent(kpf::wireInt(EvDetailTiming), sizeOf<s_TimingDetailInfo>(), &m_curInterfaceInfo.stTimingDetail);
-    sendEvent(kpf::wireInt(EvThumbTiming), sizeOf<s_ThumbTimingInfo>(), &m_curInterfaceInfo.stThumbTiming);
+    sendEvent(kpf::wireInt(msg::DetailTiming), sizeOf<s_TimingDetailInfo>(), &m_curInterfaceInfo.stTimingDetail);
+    sendEvent(kpf::wireInt(msg::ThumbTiming), sizeOf<s_ThumbTimingInfo>(), &m_curInterfaceInfo.stThumbTiming);
     const s_InterfaceTimingNotice notice = noticeFor(m_curInterfaceInfo);
-    sendEvent(kpf::wireInt(EvTimingNotice), sizeOf<s_InterfaceTimingNotice>(), &notice);
+    sendEvent(kpf::wireInt(msg::TimingNotice), sizeOf<s_InterfaceTimingNotice>(), &notice);
     return nullptr;
 }
 
@@ -434,7 +390,7 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
               [](const s_InterfaceList& a, const s_InterfaceList& b) { return a.connectorId < b.connectorId; });
 
     std::int32_t selected = -1;
-    sendCommand(kpf::wireInt(CmdSelectedInterface), 0, nullptr, sizeof selected, &selected);
+    sendCommand(kpf::wireInt(msg::SelectedInterface), 0, nullptr, sizeof selected, &selected);
 
     const s_InterfaceList* chosen = findInterface(list, selected);
     if (chosen == nullptr) {
@@ -456,9 +412,9 @@ kpf::IMessage* OutputEDIDViewModel::getInterfaceThumbfTiming(const kpf::IMessage
     thumb.param6 = chosen->ifWord92;
     const s_InterfaceTimingNotice notice = noticeFor(*chosen);
     std::int32_t adopted = chosen->interfaceId;
-    sendCommand(kpf::wireInt(CmdAdoptedInterface), sizeof adopted, &adopted, 0, nullptr);
-    sendEvent(kpf::wireInt(EvThumbTiming), sizeOf<s_ThumbTimingInfo>(), &thumb);
-    sendEvent(kpf::wireInt(EvTimingNotice), sizeOf<s_InterfaceTimingNotice>(), &notice);
+    sendCommand(kpf::wireInt(msg::AdoptedInterface), sizeof adopted, &adopted, 0, nullptr);
+    sendEvent(kpf::wireInt(msg::ThumbTiming), sizeOf<s_ThumbTimingInfo>(), &thumb);
+    sendEvent(kpf::wireInt(msg::TimingNotice), sizeOf<s_InterfaceTimingNotice>(), &notice);
     return nullptr;
 }
 
@@ -529,7 +485,7 @@ void OutputEDIDViewModel::setThumbTimingCheckResp(s_TimigCheckResultArry results
     const s_InterfaceList* current = findInterface(detail.stInterfaceListArry, m_curInterfaceInfo.interfaceId);
     const bool missingFrame = anyMissesFrame(results, current);
     // The vector object itself travels; the page reads it during delivery.
-    sendEvent(kpf::wireInt(EvThumbCheckResults), sizeof results, &results);
+    sendEvent(kpf::wireInt(msg::ThumbCheckResults), sizeof results, &results);
     if (missingFrame)
         EDIDVM_WARNING() << "check array not find cur frame";
 }
@@ -548,12 +504,12 @@ void OutputEDIDViewModel::setDetailTimingCheckResp(s_TimigCheckResultArry result
     const bool forward = forwardsDetailResults(current);
     if (results.empty()) {
         if (forward)
-            sendEvent(kpf::wireInt(EvDetailCheckResults), sizeof results, &results);
+            sendEvent(kpf::wireInt(msg::DetailCheckResults), sizeof results, &results);
         return;
     }
     const bool missingFrame = anyMissesFrame(results, current);
     if (forward)
-        sendEvent(kpf::wireInt(EvDetailCheckResults), sizeof results, &results);
+        sendEvent(kpf::wireInt(msg::DetailCheckResults), sizeof results, &results);
     if (missingFrame)
         EDIDVM_WARNING() << "not find frame in check array";
 }
@@ -696,7 +652,7 @@ void OutputEDIDViewModel::showConfirmation(std::int32_t boxId, const QList<s_Scr
     const QByteArray utf8 = fitText(text.toUtf8(), sizeof box.text);
     std::memcpy(box.text, utf8.constData(), static_cast<std::size_t>(utf8.size()));
     box.boxType = QuestionBoxType;
-    sendEvent(kpf::wireInt(EvConfirmation), sizeOf<s_MessageBoxRequest>(), &box);
+    sendEvent(kpf::wireInt(msg::Confirmation), sizeOf<s_MessageBoxRequest>(), &box);
 }
 
 kpf::IMessage* OutputEDIDViewModel::onPutInterfaceRefTiming(const kpf::IMessage* /*msg*/)
@@ -717,7 +673,7 @@ kpf::IMessage* OutputEDIDViewModel::onPutInterfaceRefTiming(const kpf::IMessage*
         timing.width = found->stTimingDetail.width;
         timing.height = found->stTimingDetail.height;
     }
-    sendEvent(kpf::wireInt(EvCommittedThumb), sizeOf<s_ThumbTimingInfo>(), &timing);
+    sendEvent(kpf::wireInt(msg::CommittedThumb), sizeOf<s_ThumbTimingInfo>(), &timing);
     return nullptr;
 }
 
@@ -745,7 +701,7 @@ kpf::IMessage* OutputEDIDViewModel::changeInterfaceTimimg(const kpf::IMessage* m
     const s_TimingDetailInfo& detail = m_curInterfaceInfo.stTimingDetail;
     EDIDVM_WARNING() << "Receive change interface timimg info:" << currentId << ",width: " << detail.width
                      << ",height:" << detail.height << ",refresh:" << detail.refresh;
-    sendEvent(kpf::wireInt(EvChangedDetail), sizeOf<s_TimingDetailInfo>(), &m_curInterfaceInfo.stTimingDetail);
+    sendEvent(kpf::wireInt(msg::ChangedDetail), sizeOf<s_TimingDetailInfo>(), &m_curInterfaceInfo.stTimingDetail);
     return nullptr;
 }
 
@@ -778,8 +734,8 @@ kpf::IMessage* OutputEDIDViewModel::changeInterfaceThumbTimimg(const kpf::IMessa
     notice.noticeWord3 = found->stThumbTiming.param4;
     // Copied before the first send: the list is the sender's.
     const s_ThumbTimingInfo timing = found->stThumbTiming;
-    sendEvent(kpf::wireInt(EvTimingNotice), sizeOf<s_InterfaceTimingNotice>(), &notice);
-    sendEvent(kpf::wireInt(EvChangedThumb), sizeOf<s_ThumbTimingInfo>(), &timing);
+    sendEvent(kpf::wireInt(msg::TimingNotice), sizeOf<s_InterfaceTimingNotice>(), &notice);
+    sendEvent(kpf::wireInt(msg::ChangedThumb), sizeOf<s_ThumbTimingInfo>(), &timing);
     return nullptr;
 }
 
@@ -800,19 +756,19 @@ bool OutputEDIDViewModel::relatedConnUsedByScreen(s_InterfaceThumbTiming timing,
     QueryInfo<s_ScreenDetail> screenQuery;
     screenQuery.filter = [this](std::map<std::string, std::string>& params) { return getScreenMap(params); };
     QueryInfo<s_ScreenDetail>* screenPointer = &screenQuery;
-    sendCommand(kpf::wireInt(CmdScreens), sizeof screenPointer, &screenPointer, 0, nullptr);
+    sendCommand(kpf::wireInt(msg::Screens), sizeof screenPointer, &screenPointer, 0, nullptr);
 
     QueryInfo<s_InterfaceDetailInfo> interfaceQuery;
     QueryInfo<s_InterfaceDetailInfo>* interfacePointer = &interfaceQuery;
-    sendCommand(kpf::wireInt(CmdInterfaceDetail), sizeof interfacePointer, &interfacePointer, 0, nullptr);
+    sendCommand(kpf::wireInt(msg::InterfaceDetail), sizeof interfacePointer, &interfacePointer, 0, nullptr);
 
     QueryInfo<s_SubcardQuery> subcardQuery;
     subcardQuery.info.request = 1;
     QueryInfo<s_SubcardQuery>* subcardPointer = &subcardQuery;
-    sendCommand(kpf::wireInt(CmdSubcards), sizeof subcardPointer, &subcardPointer, 0, nullptr);
+    sendCommand(kpf::wireInt(msg::Subcards), sizeof subcardPointer, &subcardPointer, 0, nullptr);
 
     std::int32_t deviceParam = -1;
-    sendCommand(kpf::wireInt(CmdDeviceParam), 0, nullptr, sizeof deviceParam, &deviceParam);
+    sendCommand(kpf::wireInt(msg::DeviceParam), 0, nullptr, sizeof deviceParam, &deviceParam);
 
     const std::vector<s_InterfaceList>& interfaces = interfaceQuery.info.stInterfaceListArry;
     const auto target = std::find_if(interfaces.begin(), interfaces.end(), [&timing, id](const s_InterfaceList& entry) {
@@ -860,7 +816,7 @@ bool OutputEDIDViewModel::setThumbTimingAssess(s_ScreenThumbTimingArry timings)
     query.info.stScreenThumbTimingArry = std::move(timings);
     QueryInfo<s_TimingAssessQuery>* pointer = &query;
     std::uint8_t carriedOut = 0;
-    sendCommand(kpf::wireInt(CmdAssess), sizeof pointer, &pointer, sizeof carriedOut, &carriedOut);
+    sendCommand(kpf::wireInt(msg::Assess), sizeof pointer, &pointer, sizeof carriedOut, &carriedOut);
     if (carriedOut == 0) {
         EDIDVM_WARNING() << "Fail to assess interface timing.";
         return false;
@@ -868,7 +824,7 @@ bool OutputEDIDViewModel::setThumbTimingAssess(s_ScreenThumbTimingArry timings)
     for (const s_AssessResult& result : query.info.stAssessResultArry) {
         if (result.code != 0) {
             std::int32_t code = result.code;
-            postEvent(kpf::wireInt(EvAssessFailed), sizeof code, &code);
+            postEvent(kpf::wireInt(msg::AssessFailed), sizeof code, &code);
             return false;
         }
     }
@@ -880,12 +836,12 @@ kpf::IMessage* OutputEDIDViewModel::getCurConnecterUsedByScreen(const kpf::IMess
     QueryInfo<s_InterfaceDetailInfo> query;
     query.filter = [this](std::map<std::string, std::string>& params) { return getCurInterfaceMap(params); };
     QueryInfo<s_InterfaceDetailInfo>* pointer = &query;
-    sendCommand(kpf::wireInt(CmdInterfaceDetail), sizeof pointer, &pointer, 0, nullptr);
+    sendCommand(kpf::wireInt(msg::InterfaceDetail), sizeof pointer, &pointer, 0, nullptr);
     const auto& list = query.info.stInterfaceListArry;
     if (list.empty())
         return nullptr;
     const std::uint8_t used = list.front().stAuxiliaryInfo.usedByScreen.empty() ? 0 : 1;
-    sendEvent(kpf::wireInt(EvInUse), sizeof used, &used);
+    sendEvent(kpf::wireInt(msg::InUse), sizeof used, &used);
     return nullptr;
 }
 
@@ -937,12 +893,12 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
     check.stThumbTiming = choice.front().stThumbTiming;
     check.checkParam0 = current->checkParam0;
     check.checkParam1 = current->checkParam1;
-    sendEvent(kpf::wireInt(EvPreCheck), sizeOf<s_ThumbTimigCheck>(), &check);
+    sendEvent(kpf::wireInt(msg::PreCheck), sizeOf<s_ThumbTimigCheck>(), &check);
 
     QueryInfo<s_TimigCheckQuery> query;
     query.info.stThumbCheckArry.push_back(check);
     QueryInfo<s_TimigCheckQuery>* pointer = &query;
-    sendCommand(kpf::wireInt(CmdThumbCheck), sizeof pointer, &pointer, 0, nullptr);
+    sendCommand(kpf::wireInt(msg::ThumbCheck), sizeof pointer, &pointer, 0, nullptr);
     const std::int32_t judgedId = m_curInterfaceId.load();
     for (const s_TimigCheckResult& result : query.info.stCheckResultArry) {
         if (result.interfaceId != judgedId)
@@ -959,7 +915,7 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
 
     std::uint8_t answer = 0;
     showWaitingDialog(true);
-    sendCommand(kpf::wireInt(CmdWriteThumb), sizeof choice, &choice, sizeof answer, &answer);
+    sendCommand(kpf::wireInt(msg::WriteThumb), sizeof choice, &choice, sizeof answer, &answer);
     showWaitingDialog(false);
     if (answer != 0) {
         getCurinterfaceTiming(nullptr);
@@ -970,7 +926,7 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
         return timing.interfaceId == shownId;
     });
     if (committed != choice.end())
-        sendEvent(kpf::wireInt(EvCommittedThumb), sizeOf<s_ThumbTimingInfo>(), &committed->stThumbTiming);
+        sendEvent(kpf::wireInt(msg::CommittedThumb), sizeOf<s_ThumbTimingInfo>(), &committed->stThumbTiming);
 }
 
 void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
@@ -991,7 +947,7 @@ void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
     // interface as it stands.
     QueryInfo<s_TimigCheckQuery> query;
     QueryInfo<s_TimigCheckQuery>* pointer = &query;
-    sendCommand(kpf::wireInt(CmdDetailCheck), sizeof pointer, &pointer, 0, nullptr);
+    sendCommand(kpf::wireInt(msg::DetailCheck), sizeof pointer, &pointer, 0, nullptr);
     const std::int32_t judgedId = m_curInterfaceId.load();
     for (const s_TimigCheckResult& result : query.info.stCheckResultArry) {
         if (result.interfaceId == judgedId &&
@@ -1003,8 +959,8 @@ void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
 
     const std::int32_t writing = 1;
     showWaitingDialog(true);
-    sendEvent(kpf::wireInt(EvWritingReference), sizeof writing, &writing);
-    sendEvent(kpf::wireInt(EvWriteReference), sizeof choice, &choice);
+    sendEvent(kpf::wireInt(msg::WritingReference), sizeof writing, &writing);
+    sendEvent(kpf::wireInt(msg::WriteReference), sizeof choice, &choice);
     showWaitingDialog(false);
 }
 

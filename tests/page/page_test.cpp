@@ -3,6 +3,7 @@
 
 #include "page/pagesession.h"
 #include "protomodel/interfacerecords.h"
+#include "protomodel/messageids.h"
 #include "viewmodel/viewmodelrecords.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +17,8 @@
 #include <cstring>
 #include <optional>
 #include <string>
+
+namespace msg = LCD::MessageId;
 
 namespace {
 using namespace edidvm;
@@ -36,20 +39,22 @@ struct Sent
         const auto resolution = [](std::int32_t width, std::int32_t height) {
             return QStringLiteral("%1x%2").arg(width).arg(height);
         };
-        if ((number == 0xFC020608u || number == 0xFC030602u || number == 0xFC020611u) &&
+        if ((number == msg::ThumbTiming || number == msg::ChangedThumb || number == msg::CommittedThumb) &&
             size == sizeof(s_ThumbTimingInfo)) {
             const auto* timing = static_cast<const s_ThumbTimingInfo*>(data);
             thumb = resolution(timing->width, timing->height);
-        } else if ((number == 0xFC020607u || number == 0xFC030601u) && size == sizeof(s_TimingDetailInfo)) {
+        } else if ((number == msg::DetailTiming || number == msg::ChangedDetail) &&
+                   size == sizeof(s_TimingDetailInfo)) {
             const auto* timing = static_cast<const s_TimingDetailInfo*>(data);
             detail = resolution(timing->width, timing->height);
-        } else if (number == 0xFC030605u && size == sizeof(Model::s_MessageBoxRequest)) {
+        } else if (number == msg::Confirmation && size == sizeof(Model::s_MessageBoxRequest)) {
             confirm = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
-        } else if (number == 0xFC0C0C12u && size == sizeof(Model::s_MessageBoxRequest)) {
+        } else if (number == msg::MessageBox && size == sizeof(Model::s_MessageBoxRequest)) {
             warning = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
-        } else if (number == 0xFC0C0C0Fu || number == 0xFC0C0C10u) {
-            waiting = number == 0xFC0C0C0Fu;
-        } else if ((number == 0xFC020603u || number == 0xFC020604u) && size == sizeof(s_TimigCheckResultArry)) {
+        } else if (number == msg::ShowWaiting || number == msg::HideWaiting) {
+            waiting = number == msg::ShowWaiting;
+        } else if ((number == msg::ThumbCheckResults || number == msg::DetailCheckResults) &&
+                   size == sizeof(s_TimigCheckResultArry)) {
             verdicts = static_cast<int>(static_cast<const s_TimigCheckResultArry*>(data)->size());
         }
     }
@@ -163,16 +168,16 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
 
     // A check answered with no verdicts, then payloads of the wrong size or none.
     const s_TimigCheckResultArry none;
-    bridge.received(0xFC020603u, &none, sizeof none);
+    bridge.received(msg::ThumbCheckResults, &none, sizeof none);
     QCoreApplication::processEvents();
     EXPECT_EQ(bridge.verdictsOf(), QStringLiteral("thumb"));
     EXPECT_TRUE(item(window, "noVerdicts", "visible").toBool());
     Model::s_MessageBoxRequest box;
     box.boxId = 35;
-    bridge.received(0xFC030605u, &box, sizeof box - 1);
-    bridge.received(0xFC030605u, nullptr, sizeof box);
-    bridge.received(0xFC020608u, &box, 4);
-    bridge.received(0xFC0C0C0Fu, nullptr, 12);
+    bridge.received(msg::Confirmation, &box, sizeof box - 1);
+    bridge.received(msg::Confirmation, nullptr, sizeof box);
+    bridge.received(msg::ThumbTiming, &box, 4);
+    bridge.received(msg::ShowWaiting, nullptr, 12);
     EXPECT_FALSE(bridge.confirmVisible());
     EXPECT_EQ(bridge.thumbTiming(), QString());
     EXPECT_TRUE(bridge.waiting());
@@ -181,7 +186,7 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
     // A box text filling its field, its last character cut by the field's end.
     std::memset(box.text, 'x', sizeof box.text);
     std::memcpy(box.text + sizeof box.text - 1, "\xC3", 1);
-    bridge.received(0xFC030605u, &box, sizeof box);
+    bridge.received(msg::Confirmation, &box, sizeof box);
     QCoreApplication::processEvents();
     EXPECT_EQ(item(window, "confirmText", "text").toString(), QString(sizeof box.text - 1, QLatin1Char('x')));
     EXPECT_EQ(bridge.pendingBox(), 35);

@@ -2,18 +2,21 @@
 // Every warning the two check handlers log, text and function exactly: the
 // simulator's traces show the function, so it is behaviour too.
 
+#include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
 #include <gmock/gmock.h>
 
 #include <functional>
 
+namespace msg = LCD::MessageId;
+
 namespace edidvm {
 namespace test {
 namespace {
 
-constexpr std::uint32_t ThumbCheck = 0xFC000605u;
-constexpr std::uint32_t DetailCheck = 0xFC000606u;
+constexpr std::uint32_t ThumbCheck = msg::ThumbCheckRequest;
+constexpr std::uint32_t DetailCheck = msg::DetailCheckRequest;
 
 const std::string ThumbHandler = "kpf::IMessage* Model::OutputEDIDViewModel::setThumbTimingCheck(const kpf::IMessage*)";
 const std::string DetailHandler =
@@ -69,7 +72,7 @@ protected:
         delivery.payload = bytesOf(address);
         host::Interjection interjection;
         interjection.deliveries = {delivery};
-        interjection.during = {0xFC020607u};
+        interjection.during = {msg::DetailTiming};
         interjection.times = 1;
         host.setVariation(host::Variation::NestedDeliveries);
         host.setInterjection(std::move(interjection));

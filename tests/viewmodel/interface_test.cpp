@@ -1,10 +1,13 @@
 // Current interface, timing retrieval and timing checks, through the real library.
 
+#include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
 #include <gmock/gmock.h>
 
 #include <limits>
+
+namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace test {
@@ -14,7 +17,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-constexpr std::uint32_t SetCurrent = 0xFC021009u;
+constexpr std::uint32_t SetCurrent = msg::SetCurrentInterface;
 const char ThumbFrameWarning[] = "check array not find cur frame";
 const char DetailFrameWarning[] = "not find frame in check array";
 
@@ -90,13 +93,13 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
     };
     const Handler handlers[] = {
         {"current interface", SetCurrent, zeros, 840, "set current interface info error"},
-        {"thumb check", 0xFC000605u, &address, 8, "msg data is null."},
-        {"detail check", 0xFC000606u, &address, 8, "msg data is null."},
-        {"thumb choice", 0xFC00060Cu, zeros, 40, "req does not matches."},
-        {"reference choice", 0xFC00060Du, zeros, 68, "req does not matches."},
-        {"changed reference timings", 0xFC081005u, zeros, 24, "resp does not matches."},
-        {"changed thumb timings", 0xFC081006u, zeros, 24, "resp does not matches."},
-        {"box answer", 0xFC000620u, zeros, 556, "Msg does not matches."},
+        {"thumb check", msg::ThumbCheckRequest, &address, 8, "msg data is null."},
+        {"detail check", msg::DetailCheckRequest, &address, 8, "msg data is null."},
+        {"thumb choice", msg::ThumbChoice, zeros, 40, "req does not matches."},
+        {"reference choice", msg::ReferenceChoice, zeros, 68, "req does not matches."},
+        {"changed reference timings", msg::ChangedReferenceTimings, zeros, 24, "resp does not matches."},
+        {"changed thumb timings", msg::ChangedThumbTimings, zeros, 24, "resp does not matches."},
+        {"box answer", msg::BoxAnswer, zeros, 556, "Msg does not matches."},
     };
     struct Fault
     {
@@ -114,7 +117,7 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
             EXPECT_THAT(sent(), IsEmpty());
         }
     }
-    EXPECT_EQ(host.command(0xFC051016u, nullptr, 0), bytesOf<std::int32_t>(0)) << "no interface was set";
+    EXPECT_EQ(host.command(msg::InterfaceType, nullptr, 0), bytesOf<std::int32_t>(0)) << "no interface was set";
 }
 
 // Category, file, line and function, in every build type.
@@ -235,8 +238,8 @@ TEST_P(InterfaceTest, EachFrameWarningIsLoggedAfterItsResultEvent)
     checkResults = {result(1, 1, {5000})};
     std::vector<std::size_t> warningsAtEvent;
     const auto listener = [&](const kpf::IMessage&) { warningsAtEvent.push_back(warnings().size()); };
-    host.events().addListener(listener, 0xFC020603u);
-    host.events().addListener(listener, 0xFC020604u);
+    host.events().addListener(listener, msg::ThumbCheckResults);
+    host.events().addListener(listener, msg::DetailCheckResults);
     request(true);
     request(false);
     EXPECT_THAT(warningsAtEvent, ElementsAre(0u, 1u));
@@ -250,7 +253,7 @@ TEST_P(InterfaceTest, WithoutTheCurrentInterfaceInTheResponsesFetchNoFrameIsJudg
     checkResults = {result(1, 1, {5000})};
     for (bool thumb : {true, false}) {
         SCOPED_TRACE(thumb ? "thumb" : "detail");
-        host.commands().setResponder(0xFC050111u, [this, count = 0](const kpf::IMessage& command) mutable {
+        host.commands().setResponder(msg::InterfaceDetail, [this, count = 0](const kpf::IMessage& command) mutable {
             if (auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command))
                 if (++count != 3)
                     query->info.stInterfaceListArry = interfaces;

@@ -1,8 +1,11 @@
 // The timing-change flow end to end, each road as its exact trace.
 
+#include "protomodel/messageids.h"
 #include "viewmodel/timingchangefixture.h"
 
 #include <gmock/gmock.h>
+
+namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace test {
@@ -50,7 +53,7 @@ TEST_P(TimingChangeTest, PreCheckRejectsOnlyOnTheCurrentInterfaceResultsWithoutT
         EXPECT_EQ(thumbWritten.size() + referenceWritten.size(), c.passes ? 1u : 0u);
         EXPECT_EQ(thumbChecksSeen.size(), c.reference ? 0u : 1u);
         if (!c.passes) {
-            EXPECT_EQ(payloadOf(0xFC0C0C12u), boxBytes(14, 4, BandwidthText));
+            EXPECT_EQ(payloadOf(msg::MessageBox), boxBytes(14, 4, BandwidthText));
         }
     }
 }
@@ -73,10 +76,10 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansAnImmediateCommit)
         {"no device service", [&] { host.api().removeService("deviceconfigmanager"); }, MissingService, ""},
         {"no subcard service", [&] { host.api().removeService("subcardconfigmanager"); }, MissingService, ""},
         {"no subcard in the slot", [&] { subcards.resize(1); }, noSubcard, "D"},
-        {"subcard query unanswered", [&] { host.commands().removeResponder(0xFC0D1000u); }, noSubcard, "D"},
+        {"subcard query unanswered", [&] { host.commands().removeResponder(msg::Subcards); }, noSubcard, "D"},
         {"no connector with the number in the first subcard", [&] { subcards[1].stConnectorArry.resize(1); }, nullptr,
          "D"},
-        {"screen query unanswered", [&] { host.commands().removeResponder(0xFC050200u); }, nullptr, "DS"},
+        {"screen query unanswered", [&] { host.commands().removeResponder(msg::Screens); }, nullptr, "DS"},
         {"no screens", [&] { screens.clear(); }, nullptr, "DS"},
     };
     const s_InterfaceThumbTiming chosen = thumbTiming(1280, 720, 50.0f);

@@ -3,6 +3,7 @@
 // The timing-change set-up: three interfaces on one subcard, three screens,
 // and the traces of the roads a change takes.
 
+#include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
 #include <tuple>
@@ -10,9 +11,11 @@
 namespace edidvm {
 namespace test {
 
-constexpr std::uint32_t ThumbChoice = 0xFC00060Cu;
-constexpr std::uint32_t ReferenceChoice = 0xFC00060Du;
-constexpr std::uint32_t BoxAnswer = 0xFC000620u;
+namespace msg = LCD::MessageId;
+
+constexpr std::uint32_t ThumbChoice = msg::ThumbChoice;
+constexpr std::uint32_t ReferenceChoice = msg::ReferenceChoice;
+constexpr std::uint32_t BoxAnswer = msg::BoxAnswer;
 
 inline const Trace Impact = {"C FC050200 8", "C FC050111 8", "C FC0D1000 8", "C FC000004 0"};
 inline const Trace ThumbWrite = {"C FC050111 8",  "E FC000626 44", "C FC051000 8",

@@ -5,6 +5,7 @@
 #include "framework/api.h"
 #include "framework/wire.h"
 #include "host/host.h"
+#include "protomodel/messageids.h"
 #include "viewmodel/outputedidviewmodel.h"
 
 #include <QCoreApplication>
@@ -14,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+
+namespace msg = LCD::MessageId;
 
 using edidvm::host::Bytes;
 using namespace LCD::ProtoModel::Interface;
@@ -132,18 +135,18 @@ TEST_F(ViewModelUnitTest, AnSdiRecordIsStoredOnlyWhenExactly16Bytes)
     for (const Delivery& delivery : refused) {
         SCOPED_TRACE(delivery.name);
         capture.clear();
-        host.deliver(model.get(), kpf::MessageKindEvent, 0xFC031007u, delivery.size, delivery.data);
+        host.deliver(model.get(), kpf::MessageKindEvent, msg::SdiInterface, delivery.size, delivery.data);
         EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, Bytes(16, 0).data(), 16), 0);
         EXPECT_THAT(capture.texts(), ElementsAre("command does not correct."));
     }
-    host.deliver(model.get(), kpf::MessageKindEvent, 0xFC031007u, 16, words);
+    host.deliver(model.get(), kpf::MessageKindEvent, msg::SdiInterface, 16, words);
     EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, words, 16), 0);
 }
 
 TEST_F(ViewModelUnitTest, TheSdiInterfaceIsTheFirstListedWithTheRecordsId)
 {
     const std::uint32_t words[4] = {1, 2, 5, 4}; // interface 5
-    host.deliver(model.get(), kpf::MessageKindEvent, 0xFC031007u, 16, words);
+    host.deliver(model.get(), kpf::MessageKindEvent, msg::SdiInterface, 16, words);
     s_InterfaceDetailInfo info;
     EXPECT_EQ(model->getSDIInterfaceDetail(info).interfaceId, 0);
     info.stInterfaceListArry.resize(3);
@@ -179,7 +182,7 @@ TEST_F(ViewModelUnitTest, TagsExpandInOrder)
 TEST_F(ViewModelUnitTest, WithoutTheHostApiNoReplyIsMade)
 {
     kpf::api::get().hostApi = nullptr;
-    EXPECT_FALSE(host.deliver(model.get(), kpf::MessageKindCommand, 0xFC051016u, 0, nullptr));
+    EXPECT_FALSE(host.deliver(model.get(), kpf::MessageKindCommand, msg::InterfaceType, 0, nullptr));
     EXPECT_THAT(capture.texts(), ElementsAre("service kpf_default_messagecenter is missing, no reply"));
 }
 
@@ -187,7 +190,7 @@ TEST_F(ViewModelUnitTest, WithoutTheHostApiNoImpactIsWorkedOut)
 {
     kpf::api::get().hostApi = nullptr;
     const s_InterfaceThumbTiming choice{0, {0, 60.0f, 1280, 720, 0, 0, 0}, 0, 0};
-    host.deliver(model.get(), kpf::MessageKindEvent, 0xFC00060Cu, sizeof choice, &choice);
+    host.deliver(model.get(), kpf::MessageKindEvent, msg::ThumbChoice, sizeof choice, &choice);
     EXPECT_THAT(capture.texts(), ::testing::Contains("Not find the pSubcardCfgMgr or pDeviceCfgMgr"));
 }
 

@@ -2,6 +2,7 @@
 // read once, lists answered elsewhere, deliveries nested in its own sends,
 // the current interface moving while a step runs.
 
+#include "protomodel/messageids.h"
 #include "viewmodel/timingchangefixture.h"
 
 #include <gmock/gmock.h>
@@ -11,6 +12,8 @@
 #include <functional>
 #include <memory>
 #include <type_traits>
+
+namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace test {
@@ -91,10 +94,10 @@ TEST_F(VariationTest, UnstablePayloadsAreReadOnceOrTheSecondReadFailsAsEachHandl
         Trace texts;
     };
     const SecondRead secondReads[] = {
-        {"thumb choice", 0xFC00060Cu, &thumb, sizeof thumb, {"The pstThumbTiming is null."}},
-        {"reference choice", 0xFC00060Du, &reference, sizeof reference, {"The pstTimingDetail is null."}},
-        {"changed reference timings", 0xFC081005u, &references, sizeof references, {}},
-        {"changed thumb timings", 0xFC081006u, &thumbs, sizeof thumbs, {}},
+        {"thumb choice", msg::ThumbChoice, &thumb, sizeof thumb, {"The pstThumbTiming is null."}},
+        {"reference choice", msg::ReferenceChoice, &reference, sizeof reference, {"The pstTimingDetail is null."}},
+        {"changed reference timings", msg::ChangedReferenceTimings, &references, sizeof references, {}},
+        {"changed thumb timings", msg::ChangedThumbTimings, &thumbs, sizeof thumbs, {}},
     };
     for (const SecondRead& read : secondReads) {
         SCOPED_TRACE(read.name);
@@ -116,7 +119,7 @@ TEST_F(VariationTest, UnstablePayloadsAreReadOnceOrTheSecondReadFailsAsEachHandl
     EXPECT_EQ(trace(sent()), join({ThumbWrite, Committed}));
     // The SDI record is copied from the address tested.
     const std::uint32_t sdi[4] = {1, 2, 3, 4};
-    host.event(0xFC031007u, sdi, sizeof sdi);
+    host.event(msg::SdiInterface, sdi, sizeof sdi);
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
@@ -132,8 +135,8 @@ TEST_F(VariationTest, ANulledPointerVariableIsAFailedQuery)
 {
     host.setVariation(Variation::AnswerElsewhere);
     interfaceAnswerNulled = true;
-    pageEvent(0xFC00060Au);
-    pageEvent(0xFC00060Bu);
+    pageEvent(msg::RefreshTiming);
+    pageEvent(msg::SelectedInterfaceTiming);
     EXPECT_EQ(trace(sent()), Trace({"C FC050111 8", "C FC050111 8"}));
     EXPECT_EQ(warnings(), Trace({"get interface detail fail.", "get interface detail fail.", "inferface info error"}));
 }
@@ -157,41 +160,49 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
     const Trace fetch = {"C FC050111 8"};
     const Nested cases[] = {
         {"current interface, one byte short",
-         event(0xFC021009u, makeInterface(5, 2, 8), 839),
+         event(msg::SetCurrentInterface, makeInterface(5, 2, 8), 839),
          false,
          {},
          {"set current interface info error"}},
-        {"current interface", event(0xFC021009u, makeInterface(5, 2, 8)), false, {}, {Reentry}},
-        {"SDI record, wrong size", event(0xFC031007u, std::int32_t(0)), false, {}, {"command does not correct."}},
-        {"SDI record", event(0xFC031007u, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
-        {"refresh", bare(0xFC00060Au), false, fetch, {Reentry}},
-        {"refresh, empty list", bare(0xFC00060Au), true, fetch, {}},
-        {"thumb timing, empty list", bare(0xFC00060Bu), true, fetch, {"inferface info error"}},
-        {"thumb timing", bare(0xFC00060Bu), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
-        {"thumb check, wrong size", event(0xFC000605u, std::int32_t(0)), false, {}, {"msg data is null."}},
-        {"thumb check, no checks", checkRequest(0xFC000605u, {}), false, {}, {"stThumbCheckArry is empty."}},
-        {"thumb check, zero timing", checkRequest(0xFC000605u, {zero, ValidCheck}), false, {}, {"timing is 0."}},
-        {"thumb check", checkRequest(0xFC000605u, {ValidCheck}), false, fetch, {Reentry}},
-        {"detail check, no checks", checkRequest(0xFC000606u, {}), false, {}, {"stDetailCheckArry is empty."}},
-        {"detail check", checkRequest(0xFC000606u, {}, {s_DetailTimigCheck{}}), false, fetch, {Reentry}},
-        {"thumb choice", event(0xFC00060Cu, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
+        {"current interface", event(msg::SetCurrentInterface, makeInterface(5, 2, 8)), false, {}, {Reentry}},
+        {"SDI record, wrong size", event(msg::SdiInterface, std::int32_t(0)), false, {}, {"command does not correct."}},
+        {"SDI record", event(msg::SdiInterface, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
+        {"refresh", bare(msg::RefreshTiming), false, fetch, {Reentry}},
+        {"refresh, empty list", bare(msg::RefreshTiming), true, fetch, {}},
+        {"thumb timing, empty list", bare(msg::SelectedInterfaceTiming), true, fetch, {"inferface info error"}},
+        {"thumb timing", bare(msg::SelectedInterfaceTiming), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
+        {"thumb check, wrong size", event(msg::ThumbCheckRequest, std::int32_t(0)), false, {}, {"msg data is null."}},
+        {"thumb check, no checks", checkRequest(msg::ThumbCheckRequest, {}), false, {}, {"stThumbCheckArry is empty."}},
+        {"thumb check, zero timing",
+         checkRequest(msg::ThumbCheckRequest, {zero, ValidCheck}),
+         false,
+         {},
+         {"timing is 0."}},
+        {"thumb check", checkRequest(msg::ThumbCheckRequest, {ValidCheck}), false, fetch, {Reentry}},
+        {"detail check, no checks",
+         checkRequest(msg::DetailCheckRequest, {}),
+         false,
+         {},
+         {"stDetailCheckArry is empty."}},
+        {"detail check", checkRequest(msg::DetailCheckRequest, {}, {s_DetailTimigCheck{}}), false, fetch, {Reentry}},
+        {"thumb choice", event(msg::ThumbChoice, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
         {"reference choice, wrong size",
-         event(0xFC00060Du, thumbTiming(800, 600, 60.0f)),
+         event(msg::ReferenceChoice, thumbTiming(800, 600, 60.0f)),
          false,
          {},
          {"req does not matches."}},
-        {"reference choice", event(0xFC00060Du, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
-        {"reference publication", bare(0xFC070606u), false, {}, {Reentry}},
-        {"changed reference timings", bare(0xFC081005u), false, {}, {Reentry}},
-        {"changed thumb timings, no payload", bare(0xFC081006u), false, {}, {"resp does not matches."}},
+        {"reference choice", event(msg::ReferenceChoice, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
+        {"reference publication", bare(msg::PublishReference), false, {}, {Reentry}},
+        {"changed reference timings", bare(msg::ChangedReferenceTimings), false, {}, {Reentry}},
+        {"changed thumb timings, no payload", bare(msg::ChangedThumbTimings), false, {}, {"resp does not matches."}},
         {"changed thumb timings",
-         event(0xFC081006u, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}),
+         event(msg::ChangedThumbTimings, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}),
          false,
          {},
          {Reentry}},
-        {"box answer, unknown box", event(0xFC000620u, box), false, {}, {"Msg type is not correct"}},
-        {"in-use question", bare(0xFC000617u), false, {"C FC050111 8", "E FC02060E 1"}, {}},
-        {"interface type command", bare(0xFC051016u, kpf::MessageKindCommand), false, {}, {}},
+        {"box answer, unknown box", event(msg::BoxAnswer, box), false, {}, {"Msg type is not correct"}},
+        {"in-use question", bare(msg::InUseAsked), false, {"C FC050111 8", "E FC02060E 1"}, {}},
+        {"interface type command", bare(msg::InterfaceType, kpf::MessageKindCommand), false, {}, {}},
     };
     for (const Nested& c : cases) {
         SCOPED_TRACE(c.name);
@@ -199,7 +210,7 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
         if (c.emptyList)
             interfaces.clear();
         // setCurrent holds the lock across both of its events.
-        interjectOnce(Variation::NestedDeliveries, {c.delivery}, 0xFC020607u);
+        interjectOnce(Variation::NestedDeliveries, {c.delivery}, msg::DetailTiming);
         setCurrent(makeInterface(3, 1));
         host.setVariation(Variation::Default);
         EXPECT_EQ(trace(sent()), join({{"E FC020607 56"}, c.nestedSends, {"E FC020608 28"}}));
@@ -218,16 +229,17 @@ TEST_F(VariationTest, TheLockIsHeldAcrossEachSendThatNeedsIt)
         std::function<void()> prepare, act;
     };
     const Holder holders[] = {
-        {"thumb check", 0xFC051000u, [] {}, [&] { requestChecks({ValidCheck}); }},
-        {"detail check", 0xFC051001u, [] {}, [&] { requestChecks({}, {s_DetailTimigCheck{}}); }},
-        {"reference publication", 0xFC020611u, [&] { choose(referenceTiming(1920, 1080, 50.0f)); },
-         [&] { pageEvent(0xFC070606u); }},
+        {"thumb check", msg::ThumbCheck, [] {}, [&] { requestChecks({ValidCheck}); }},
+        {"detail check", msg::DetailCheck, [] {}, [&] { requestChecks({}, {s_DetailTimigCheck{}}); }},
+        {"reference publication", msg::CommittedThumb, [&] { choose(referenceTiming(1920, 1080, 50.0f)); },
+         [&] { pageEvent(msg::PublishReference); }},
     };
     for (const Holder& holder : holders) {
         SCOPED_TRACE(holder.name);
         baseline();
         holder.prepare();
-        interjectOnce(Variation::NestedDeliveries, {event(0xFC021009u, makeInterface(5, 2, 8))}, holder.during);
+        interjectOnce(Variation::NestedDeliveries, {event(msg::SetCurrentInterface, makeInterface(5, 2, 8))},
+                      holder.during);
         capture.clear();
         holder.act();
         host.setVariation(Variation::Default);
