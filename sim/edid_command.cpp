@@ -8,7 +8,7 @@
 #include <vector>
 
 #ifdef EDIDVM_HAVE_EDID
-#include "sim/edid/edid.h"
+#include "edid/edid.h"
 #endif
 
 namespace edidvm::sim {

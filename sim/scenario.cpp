@@ -4,7 +4,7 @@
 #include "sim/decode.h"
 
 #ifdef EDIDVM_HAVE_EDID
-#include "sim/edid/edid.h"
+#include "edid/edid.h"
 #endif
 
 #include <cmath>

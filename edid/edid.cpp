@@ -1,6 +1,6 @@
-#include "sim/edid/edid.h"
+#include "edid/edid.h"
 
-#include "sim/edid/tables.h"
+#include "edid/tables.h"
 
 #include <algorithm>
 #include <cctype>
