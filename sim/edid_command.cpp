@@ -7,13 +7,10 @@
 #include <string>
 #include <vector>
 
-#ifdef EDIDVM_HAVE_EDID
 #include "edid/edid.h"
-#endif
 
 namespace edidvm::sim {
 
-#ifdef EDIDVM_HAVE_EDID
 namespace {
 
 using edidvm::edid::Kind;
@@ -121,7 +118,6 @@ void printHuman(const std::string& file, const edid::Edid& edid)
 }
 
 } // namespace
-#endif
 
 int decodeCommand(int argc, char** argv)
 {
@@ -139,7 +135,6 @@ int decodeCommand(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
-#ifdef EDIDVM_HAVE_EDID
     int status = 0;
     for (const std::string& file : files) {
         try {
@@ -157,10 +152,6 @@ int decodeCommand(int argc, char** argv)
         std::fflush(stdout);
     }
     return status;
-#else
-    std::fprintf(stderr, "edidsim: this build has no EDID decoder\n");
-    return 2;
-#endif
 }
 
 } // namespace edidvm::sim

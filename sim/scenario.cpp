@@ -3,9 +3,7 @@
 #include "host/variation.h"
 #include "sim/decode.h"
 
-#ifdef EDIDVM_HAVE_EDID
 #include "edid/edid.h"
-#endif
 
 #include <cmath>
 #include <cstdio>
@@ -297,7 +295,6 @@ private:
     std::set<std::int32_t> m_ids;
 };
 
-#ifdef EDIDVM_HAVE_EDID
 // Why the records cannot carry a mode; empty when they can. They hold a
 // progressive frame rate in a float and a size in 32 bits.
 std::string unimportable(const edid::Mode& mode)
@@ -310,7 +307,6 @@ std::string unimportable(const edid::Mode& mode)
         return "its refresh does not fit the records' float";
     return {};
 }
-#endif
 
 // The preferred mode if the records carry it, else the first detailed
 // timing they carry, else the first mode they carry.
@@ -334,7 +330,6 @@ std::vector<EdidTiming> Reader::edid(const Node& node)
 {
     const std::string written = node.text();
     std::vector<EdidTiming> timings;
-#ifdef EDIDVM_HAVE_EDID
     try {
         const edid::Edid decoded = edid::loadEdidFile((m_base / written).lexically_normal().string());
         for (const std::string& note : decoded.notes)
@@ -359,10 +354,6 @@ std::vector<EdidTiming> Reader::edid(const Node& node)
                               " not imported: " + timings[i].refused);
     }
     m_notes.push_back(written + ": imported " + importedTiming(timings).text);
-#else
-    (void)m_notes;
-    node.fail("this build has no EDID decoder; expected thumb and detail timings instead");
-#endif
     return timings;
 }
 
