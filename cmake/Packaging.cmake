@@ -19,7 +19,9 @@ if(NOT changelog_head MATCHES "^outputedidviewmodel \\(${edidvm_deb_version}\\) 
 endif()
 
 # The licence texts go into the copyright files as DEP-5 continuation lines.
-file(READ ${PROJECT_SOURCE_DIR}/tests/sim/data/edid/LICENSE.CC-BY-4.0 cc_by)
+# The shipped EDIDs' licence is packaging's own copy: packaging reads
+# nothing from the tests, whose sample EDIDs keep theirs beside them.
+file(READ ${edidvm_packaging}/LICENSE.CC-BY-4.0 cc_by)
 string(REGEX REPLACE "\n+$" "" cc_by "${cc_by}")
 string(REGEX REPLACE "\n[ \t]*\n" "\n.\n" cc_by "${cc_by}")
 string(REGEX REPLACE "\n[ \t]*\n" "\n.\n" cc_by "${cc_by}")

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "edidsim/commands.h"
 
+#include "edid/edid.h"
 #include "sim/exitstatus.h"
 
 #include <CLI/CLI.hpp>
@@ -10,13 +11,8 @@
 #include <string>
 #include <vector>
 
-#ifdef EDIDVM_HAVE_EDID
-#include "sim/edid/edid.h"
-#endif
-
 namespace edidvm::edidsim {
 
-#ifdef EDIDVM_HAVE_EDID
 namespace {
 
 using edidvm::edid::Kind;
@@ -124,7 +120,6 @@ void printHuman(const std::string& file, const edid::Edid& edid)
 }
 
 } // namespace
-#endif
 
 int decodeCommand(int argc, char** argv)
 {
@@ -142,7 +137,6 @@ int decodeCommand(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? sim::Passed : sim::BadInput;
     }
-#ifdef EDIDVM_HAVE_EDID
     int status = 0;
     for (const std::string& file : files) {
         try {
@@ -160,10 +154,6 @@ int decodeCommand(int argc, char** argv)
         std::fflush(stdout);
     }
     return status;
-#else
-    std::fprintf(stderr, "edidsim: this build has no EDID decoder\n");
-    return 2;
-#endif
 }
 
 } // namespace edidvm::edidsim

@@ -6,7 +6,7 @@
 // Random bytes rarely sum to 0, so each input is decoded a second time with
 // every whole block's checksum set right: that copy reaches the modes.
 
-#include "sim/edid/edid.h"
+#include "edid/edid.h"
 
 #include <cmath>
 #include <cstdint>

@@ -75,7 +75,7 @@ for name in viewmodel edid scenario; do
   mkdir -p "$build/corpus-$name"
 done
 cp "$root"/fuzz/corpus/* "$build/corpus-viewmodel"/
-seed "$build/corpus-edid" "$root"/tests/sim/data/edid/*.edid "$root"/tests/sim/data/*.edid \
+seed "$build/corpus-edid" "$root"/tests/edid/data/edid/*.edid "$root"/tests/edid/data/*.edid \
   "$root"/scenarios/edid/*.edid "$root"/tests/scenarios/data/*.edid
 seed "$build/corpus-scenario" "$root"/scenarios/*.json "$root"/tests/scenarios/data/*.json
 

@@ -4,9 +4,7 @@
 
 #include "sim/reader_p.h"
 
-#ifdef EDIDVM_HAVE_EDID
-#include "sim/edid/edid.h"
-#endif
+#include "edid/edid.h"
 
 #include <algorithm>
 #include <exception>
@@ -18,7 +16,6 @@ namespace edidvm {
 namespace sim {
 
 namespace {
-#ifdef EDIDVM_HAVE_EDID
 // Why the records cannot carry a mode; empty when they can. They hold a
 // progressive frame rate in a float and a size in 32 bits.
 std::string unimportable(const edid::Mode& mode)
@@ -31,7 +28,6 @@ std::string unimportable(const edid::Mode& mode)
         return "its refresh does not fit the records' float";
     return {};
 }
-#endif
 } // namespace
 
 // The preferred mode if the records carry it, else the first detailed
@@ -56,7 +52,6 @@ std::vector<EdidTiming> Reader::edid(const JsonNode& node)
 {
     const std::string written = node.text();
     std::vector<EdidTiming> timings;
-#ifdef EDIDVM_HAVE_EDID
     try {
         const edid::Edid decoded = edid::loadEdidFile((m_base / written).lexically_normal().string());
         for (const std::string& note : decoded.notes)
@@ -81,10 +76,6 @@ std::vector<EdidTiming> Reader::edid(const JsonNode& node)
                               " not imported: " + timings[i].refused);
     }
     m_notes.push_back(written + ": imported " + importedTiming(timings).text);
-#else
-    (void)m_notes;
-    node.fail("this build has no EDID decoder; expected thumb and detail timings instead");
-#endif
     return timings;
 }
 

@@ -1,4 +1,4 @@
-#include "sim/edid/edid.h"
+#include "edid/edid.h"
 
 #include <gtest/gtest.h>
 

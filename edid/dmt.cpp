@@ -1,6 +1,6 @@
 // The VESA Display Monitor Timing (DMT) table: every DMT ID with its timing,
 // and the standard-timing code that names it where the standard gives one.
-#include "sim/edid/tables.h"
+#include "edid/tables.h"
 
 namespace edidvm::edid::tables {
 namespace {

@@ -1,6 +1,6 @@
 // The CTA-861 video identification codes (VICs) and the four HDMI VICs of the
 // HDMI vendor-specific data block, with their timings.
-#include "sim/edid/tables.h"
+#include "edid/tables.h"
 
 #include <cstddef>
 
