@@ -6,10 +6,15 @@
 
 #include "framework/componentinfo.h"
 #include "framework/wire.h"
+#include "host/commanddispatcher.h"
 #include "host/configservices.h"
+#include "host/eventdispatcher.h"
+#include "host/hostapi.h"
 #include "host/hostobjects.h"
+#include "host/messagecenter.h"
 #include "host/recorder.h"
-#include "host/services.h"
+#include "host/sendhook.h"
+#include "host/subscriptions.h"
 #include "host/variation.h"
 
 #include <atomic>
