@@ -71,7 +71,7 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
     envelope.info.stDetailCheckArry = {detailCheck(0)};
     QueryInfo<s_TimigCheckQuery>* addresses[] = {&envelope, nullptr};
     const unsigned char zeros[1000] = {};
-    interfaces = {makeInterface(0)};
+    device.interfaces = {makeInterface(0)};
     const std::tuple<std::uint32_t, const void*, int, const char*> handlers[] = {
         {SetCurrent, zeros, 840, "set current interface info error"},
         {0xFC000605u, addresses, 8, "msg data is null."},
@@ -109,7 +109,7 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
 
 TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
 {
-    interfaces = {makeInterface(0)};
+    device.interfaces = {makeInterface(0)};
     // Only the first thumb check is tested: product in 32 bits, refresh truncated.
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const std::tuple<const char*, std::vector<s_ThumbTimigCheck>, bool> cases[] = {
@@ -130,20 +130,20 @@ TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
         reset();
         requestChecks(checks);
         EXPECT_EQ(warnings(), rejected ? Trace{"timing is 0."} : Trace{});
-        EXPECT_EQ(thumbChecksSeen.size(), rejected ? 0u : checks.size());
+        EXPECT_EQ(device.thumbChecksSeen.size(), rejected ? 0u : checks.size());
     }
 }
 
 TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedInSinglePrecisionAfterTheEvent)
 {
-    interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)}; // both at 60 Hz
-    setCurrent(interfaces[0]);
+    device.interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)}; // both at 60 Hz
+    setCurrent(device.interfaces[0]);
     for (std::int32_t type : {4, 8, 6, 0}) {
         SCOPED_TRACE(type);
         // The type is read from the fresh list, not from the cached record.
-        interfaces[0].stAuxiliaryInfo.interfaceType = type;
+        device.interfaces[0].stAuxiliaryInfo.interfaceType = type;
         const bool forwarded = type == 4 || type == 8;
-        checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
+        device.checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
         reset();
         request(true);
         request(false);
@@ -151,14 +151,14 @@ TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedI
         // Judged whether forwarded or not.
         EXPECT_THAT(warnings(), ElementsAre(ThumbFrameWarning, DetailFrameWarning));
         // Nothing left for the current interface: an empty list, if any.
-        checkResults = {result(2, 2, {5000})};
+        device.checkResults = {result(2, 2, {5000})};
         reset();
         request(false);
         EXPECT_EQ(resultsSent(), forwarded ? Trace{""} : Trace{});
         EXPECT_THAT(warnings(), IsEmpty());
     }
 
-    interfaces[0].stAuxiliaryInfo.interfaceType = 4;
+    device.interfaces[0].stAuxiliaryInfo.interfaceType = 4;
     const std::tuple<float, std::vector<std::int32_t>, bool> cases[] = {
         {59.94f, {5994}, true},        {60.0f, {5994, 6000}, true}, {60.0f, {5994}, false},
         {59.94f, {5993, 5995}, false}, {60.0f, {}, false},
@@ -169,8 +169,8 @@ TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedI
     host.events().addListener(listener, 0xFC020604u);
     for (const auto& [refresh, rates, holds] : cases) {
         SCOPED_TRACE(::testing::Message() << refresh << " against " << ::testing::PrintToString(rates));
-        interfaces[0].stThumbTiming.refresh = refresh;
-        checkResults = {result(1, 1, rates)};
+        device.interfaces[0].stThumbTiming.refresh = refresh;
+        device.checkResults = {result(1, 1, rates)};
         reset();
         warningsAtEvent.clear();
         request(true);
@@ -185,7 +185,7 @@ TEST_P(InterfaceTest, ResultsGoOutWholeOrForTheCurrentInterfaceOfType4Or8JudgedI
         host.commands().setResponder(0xFC050111u, [this, count = 0](const kpf::IMessage& command) mutable {
             if (auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command))
                 if (++count != 3)
-                    query->info.stInterfaceListArry = interfaces;
+                    query->info.stInterfaceListArry = device.interfaces;
             return std::optional<Bytes>();
         });
         reset();

@@ -34,12 +34,12 @@ TEST_P(TimingChangeTest, PreCheckRejectsOnlyOnTheCurrentInterfaceResultsWithoutT
     for (const auto& [name, reference, refresh, results, passes] : cases) {
         SCOPED_TRACE(name);
         reset();
-        checkResults = results;
+        device.checkResults = results;
         reference ? choose(referenceTiming(1920, 1080, refresh)) : choose(thumbTiming(1920, 1080, refresh));
         const Trace written = reference ? ReferenceWrite : join({ThumbWrite, Committed});
         EXPECT_EQ(trace(sent()), join({Impact, passes ? written : reference ? ReferenceRejected : ThumbRejected}));
-        EXPECT_EQ(thumbWritten.size() + referenceWritten.size(), passes ? 1u : 0u);
-        EXPECT_EQ(thumbChecksSeen.size(), reference ? 0u : 1u);
+        EXPECT_EQ(device.thumbWritten.size() + device.referenceWritten.size(), passes ? 1u : 0u);
+        EXPECT_EQ(device.thumbChecksSeen.size(), reference ? 0u : 1u);
         if (!passes) {
             EXPECT_EQ(payloadOf(0xFC0C0C12u), boxBytes(14, 4, BandwidthText));
         }
@@ -50,19 +50,20 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
 {
     const char noSubcard[] = "Not find the subcard: slotId: 2";
     const auto sameResolution = [&] {
-        std::tie(interfaces[0].stThumbTiming.width, interfaces[0].stThumbTiming.height) = std::tuple(1280, 720);
+        std::tie(device.interfaces[0].stThumbTiming.width, device.interfaces[0].stThumbTiming.height) =
+            std::tuple(1280, 720);
     };
     // arrangement, warning (null: none), configuration services asked (D: device, S: subcard)
     const std::tuple<const char*, std::function<void()>, const char*, std::string> cases[] = {
         {"resolution unchanged", sameResolution, NoTarget, ""},
         {"no device service", [&] { host.api().removeService("deviceconfigmanager"); }, MissingService, ""},
         {"no subcard service", [&] { host.api().removeService("subcardconfigmanager"); }, MissingService, ""},
-        {"no subcard in the slot", [&] { subcards.resize(1); }, noSubcard, "D"},
+        {"no subcard in the slot", [&] { device.subcards.resize(1); }, noSubcard, "D"},
         {"subcard query unanswered", [&] { host.commands().removeResponder(0xFC0D1000u); }, noSubcard, "D"},
-        {"no connector with the number in the first subcard", [&] { subcards[1].stConnectorArry.resize(1); }, nullptr,
-         "D"},
+        {"no connector with the number in the first subcard", [&] { device.subcards[1].stConnectorArry.resize(1); },
+         nullptr, "D"},
         {"screen query unanswered", [&] { host.commands().removeResponder(0xFC050200u); }, nullptr, "DS"},
-        {"no screens", [&] { screens.clear(); }, nullptr, "DS"},
+        {"no screens", [&] { device.screens.clear(); }, nullptr, "DS"},
     };
     const s_InterfaceThumbTiming chosen = thumbTiming(1280, 720, 50.0f);
     for (const auto& [name, arrange, warning, asked] : cases) {
@@ -77,11 +78,11 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
         EXPECT_EQ(warnings(), warning ? Trace{warning} : Trace{});
         // The impact's queries go first even when the resolution stays.
         EXPECT_EQ(trace(sent()), join({warning == MissingService ? Trace{} : Impact, ThumbWrite, Committed}));
-        EXPECT_EQ(bytesOfAll(thumbChecksSeen), thumbCheckBytes(chosen));
-        EXPECT_EQ(bytesOfAll(thumbWritten), bytesOf(chosen));
-        EXPECT_THAT(screenFiltersSeen, Each(Parameters{{"screenType", "2"}}));
-        EXPECT_THAT(interfaceFiltersSeen, Each(IsEmpty()));
-        EXPECT_THAT(subcardRequestsSeen, Each(1));
+        EXPECT_EQ(bytesOfAll(device.thumbChecksSeen), thumbCheckBytes(chosen));
+        EXPECT_EQ(bytesOfAll(device.thumbWritten), bytesOf(chosen));
+        EXPECT_THAT(device.screenFiltersSeen, Each(Parameters{{"screenType", "2"}}));
+        EXPECT_THAT(device.interfaceFiltersSeen, Each(IsEmpty()));
+        EXPECT_THAT(device.subcardRequestsSeen, Each(1));
         // Looked up by name on every choice, never kept.
         EXPECT_THAT(host.api().lookups(), ElementsAre("subcardconfigmanager", "deviceconfigmanager"));
         EXPECT_EQ(host.deviceConfig().calls().size() - deviceCalls, asked.find('D') != std::string::npos ? 1u : 0u);
@@ -90,9 +91,9 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansNoImpactAndAnImmediateCommit)
 
     // The target is the first entry with the id and another resolution.
     baseline();
-    interfaces.insert(interfaces.begin(), makeInterface(3, 1));
-    std::tie(interfaces[0].slotId, interfaces[0].stThumbTiming.width, interfaces[0].stThumbTiming.height) =
-        std::tuple(1, 1280, 720);
+    device.interfaces.insert(device.interfaces.begin(), makeInterface(3, 1));
+    std::tie(device.interfaces[0].slotId, device.interfaces[0].stThumbTiming.width,
+             device.interfaces[0].stThumbTiming.height) = std::tuple(1, 1280, 720);
     choose(thumbTiming(1280, 720, 50.0f));
     EXPECT_EQ(host.deviceConfig().calls().back(), 2);
     EXPECT_EQ(trace(sent()), join({Impact, Asked}));

@@ -119,7 +119,7 @@ TEST_F(VariationTest, AListAnsweredElsewhereIsCopiedAndANulledPointerVariableIsA
     EXPECT_EQ(warnings(), Trace{"Not find the interface: id: 3"});
 
     reset();
-    interfaceAnswerNulled = true;
+    device.interfaceAnswerNulled = true;
     pageEvent(0xFC00060Au);
     pageEvent(0xFC00060Bu);
     EXPECT_EQ(trace(sent()), Trace({"C FC050111 8", "C FC050111 8"}));
@@ -173,7 +173,7 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
                                           << c.delivery.size.value_or(int(c.delivery.payload.size())));
         baseline();
         if (c.emptyList)
-            interfaces.clear();
+            device.interfaces.clear();
         // setCurrent holds the lock across both of its events.
         interjectOnce(Variation::NestedDeliveries, {c.delivery}, 0xFC020607u);
         setCurrent(makeInterface(3, 1));
