@@ -8,12 +8,12 @@
 #include "protomodel/configrecords.h"
 #include "protomodel/interfacerecords.h"
 #include "protomodel/queryinfo.h"
+#include "tests/support/devicestandin.h"
 #include "viewmodel/viewmodelrecords.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +23,7 @@ using namespace LCD::ProtoModel::Interface;
 using namespace LCD::ProtoModel::Screen;
 using namespace LCD::ProtoModel::Subcard;
 using edidvm::host::Bytes;
+using edidvm::test::DeviceStandIn;
 using LCD::GlobalMessageHander::QueryInfo;
 
 constexpr std::int32_t CurrentId = 1;
@@ -45,53 +46,29 @@ s_InterfaceList entry(std::int32_t id)
 // The library on our host, with the device's side answering every query.
 struct Device
 {
+    DeviceStandIn standIn; // outlives the host, which routes to it
     edidvm::host::Host host;
     kpf::IMessageHandler* component = nullptr;
-    std::vector<s_InterfaceList> interfaces;
-    std::vector<s_ScreenDetailInfo> screens;
-    std::vector<s_SubcardInfo> subcards;
 
     explicit Device(int interfaceCount)
     {
         for (int id = CurrentId; id < CurrentId + interfaceCount; ++id)
-            interfaces.push_back(entry(id));
+            standIn.interfaces.push_back(entry(id));
         if (!host.load(EDIDVM_PLUGIN_PATH)) {
             std::fprintf(stderr, "%s\n", host.error().c_str());
             return;
         }
         component = host.components().front();
         host.setTracing(false);
-        host.commands().setResponder(0xFC050111u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command))
-                query->info.stInterfaceListArry = interfaces;
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC051000u, [](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_TimigCheckQuery>>(command)) {
-                for (const s_ThumbTimigCheck& check : query->info.stThumbCheckArry) {
-                    s_TimigCheckResult result;
-                    result.interfaceId = check.interfaceId;
-                    result.maxFrameRate = 6000;
-                    result.frameRates = {5000, 6000};
-                    query->info.stCheckResultArry.push_back(result);
-                }
-            }
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC050200u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_ScreenDetail>>(command))
-                query->info.stScreenDetailInfoArry = screens;
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC0D1000u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_SubcardQuery>>(command))
-                query->info.stSubcardInfoArry = subcards;
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC05021Fu, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{1}); });
-        host.commands().setResponder(0xFC051008u, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{0}); });
+        // Whole lists and nothing kept, so that the figures count the
+        // component's own copies; every thumb check passes.
+        standIn.readFilter = nullptr;
+        standIn.keeping = false;
+        standIn.passingFrameRates = {5000, 6000};
+        standIn.thumbWriteReply = Bytes{0};
+        standIn.install(host, DeviceStandIn::AllServices & ~DeviceStandIn::Selections);
         host.start(component);
-        const s_InterfaceList current = interfaces.front();
+        const s_InterfaceList current = standIn.interfaces.front();
         host.event(0xFC021009u, &current, sizeof current);
     }
 
@@ -103,7 +80,7 @@ struct Device
         subcard.slotId = 2;
         subcard.stConnectorArry.resize(1);
         subcard.stConnectorArry[0].connectorId = CurrentId;
-        subcards = {subcard};
+        standIn.subcards = {subcard};
         host.subcardConfig().setAnswer([](std::int32_t, std::int32_t, std::int32_t) { return std::vector<int>{1, 2}; });
         for (std::uint32_t index = 0; index < 2; ++index) {
             s_ScreenDetailInfo screen;
@@ -111,7 +88,7 @@ struct Device
             screen.screenIndex = index;
             screen.stOutputDetailArry.resize(1);
             screen.stOutputDetailArry[0].interfaceId = static_cast<std::int32_t>(CurrentId + index);
-            screens.push_back(screen);
+            standIn.screens.push_back(screen);
         }
     }
 };
