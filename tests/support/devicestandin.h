@@ -52,8 +52,8 @@ public:
     // Forgets what it saw.
     void forget();
 
-    // Each query's filter read, as a device reads it. Empty: filters are not
-    // read and the interface query is answered with the whole list.
+    // Reads a query's filter as the device does. Empty: filters are neither
+    // read nor kept, and the interface query is answered with the whole list.
     std::function<Parameters(const LCD::GlobalMessageHander::QueryFilter& filter)> readFilter = readPlainly;
     static Parameters readPlainly(const LCD::GlobalMessageHander::QueryFilter& filter);
 
@@ -70,7 +70,8 @@ public:
     bool interfaceAnswerNulled = false;         // 0xFC050111 nulls a lent pointer variable
     // Off: nothing seen is kept (long runs, benchmarks).
     bool keeping = true;
-    // Sees every message a component sends, after the stand-in has.
+    // Sees every message a component sends while the host records, after
+    // the stand-in has.
     host::Recorder::Hook onSent;
 
     // What it saw, written under a lock on whichever thread sends: read it
