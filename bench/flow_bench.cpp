@@ -7,15 +7,18 @@
 #include "host/host.h"
 #include "protomodel/configrecords.h"
 #include "protomodel/interfacerecords.h"
+#include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
+#include "tests/support/devicestandin.h"
 #include "viewmodel/viewmodelrecords.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <optional>
 #include <string>
 #include <vector>
+
+namespace msg = LCD::MessageId;
 
 namespace {
 
@@ -23,6 +26,7 @@ using namespace LCD::ProtoModel::Interface;
 using namespace LCD::ProtoModel::Screen;
 using namespace LCD::ProtoModel::Subcard;
 using edidvm::host::Bytes;
+using edidvm::test::DeviceStandIn;
 using LCD::GlobalMessageHander::QueryInfo;
 
 constexpr std::int32_t CurrentId = 1;
@@ -45,54 +49,30 @@ s_InterfaceList entry(std::int32_t id)
 // The library on our host, with the device's side answering every query.
 struct Device
 {
+    DeviceStandIn standIn; // outlives the host, which routes to it
     edidvm::host::Host host;
     kpf::IMessageHandler* component = nullptr;
-    std::vector<s_InterfaceList> interfaces;
-    std::vector<s_ScreenDetailInfo> screens;
-    std::vector<s_SubcardInfo> subcards;
 
     explicit Device(int interfaceCount)
     {
         for (int id = CurrentId; id < CurrentId + interfaceCount; ++id)
-            interfaces.push_back(entry(id));
+            standIn.interfaces.push_back(entry(id));
         if (!host.load(EDIDVM_PLUGIN_PATH)) {
             std::fprintf(stderr, "%s\n", host.error().c_str());
             return;
         }
         component = host.components().front();
         host.setTracing(false);
-        host.commands().setResponder(0xFC050111u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command))
-                query->info.stInterfaceListArry = interfaces;
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC051000u, [](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_TimigCheckQuery>>(command)) {
-                for (const s_ThumbTimigCheck& check : query->info.stThumbCheckArry) {
-                    s_TimigCheckResult result;
-                    result.interfaceId = check.interfaceId;
-                    result.maxFrameRate = 6000;
-                    result.frameRates = {5000, 6000};
-                    query->info.stCheckResultArry.push_back(result);
-                }
-            }
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC050200u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_ScreenDetail>>(command))
-                query->info.stScreenDetailInfoArry = screens;
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC0D1000u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = edidvm::host::payloadAddress<QueryInfo<s_SubcardQuery>>(command))
-                query->info.stSubcardInfoArry = subcards;
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC05021Fu, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{1}); });
-        host.commands().setResponder(0xFC051008u, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{0}); });
+        // Whole lists and nothing kept, so that the figures count the
+        // component's own copies; every thumb check passes.
+        standIn.readFilter = nullptr;
+        standIn.keeping = false;
+        standIn.passingFrameRates = {5000, 6000};
+        standIn.thumbWriteReply = Bytes{0};
+        standIn.install(host, DeviceStandIn::AllServices & ~DeviceStandIn::Selections);
         host.start(component);
-        const s_InterfaceList current = interfaces.front();
-        host.event(0xFC021009u, &current, sizeof current);
+        const s_InterfaceList current = standIn.interfaces.front();
+        host.event(msg::SetCurrentInterface, &current, sizeof current);
     }
 
     // Two screens, each fed by an interface on a connector tied to the
@@ -103,7 +83,7 @@ struct Device
         subcard.slotId = 2;
         subcard.stConnectorArry.resize(1);
         subcard.stConnectorArry[0].connectorId = CurrentId;
-        subcards = {subcard};
+        standIn.subcards = {subcard};
         host.subcardConfig().setAnswer([](std::int32_t, std::int32_t, std::int32_t) { return std::vector<int>{1, 2}; });
         for (std::uint32_t index = 0; index < 2; ++index) {
             s_ScreenDetailInfo screen;
@@ -111,7 +91,7 @@ struct Device
             screen.screenIndex = index;
             screen.stOutputDetailArry.resize(1);
             screen.stOutputDetailArry[0].interfaceId = static_cast<std::int32_t>(CurrentId + index);
-            screens.push_back(screen);
+            standIn.screens.push_back(screen);
         }
     }
 };
@@ -122,7 +102,7 @@ void BM_CurrentTimingAnswer(benchmark::State& state)
     Device device(entries);
     const std::uint64_t before = edidvm::bench::allocationCount();
     for (auto _ : state)
-        device.host.event(0xFC00060Au, nullptr, 0);
+        device.host.event(msg::RefreshTiming, nullptr, 0);
     const double perAnswer =
         static_cast<double>(edidvm::bench::allocationCount() - before) / static_cast<double>(state.iterations());
     state.counters["allocs_per_answer"] = perAnswer;
@@ -143,7 +123,7 @@ void BM_ThumbCheckOfSix(benchmark::State& state)
         request.info.stThumbCheckArry.push_back({CurrentId, tag, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0});
     QueryInfo<s_TimigCheckQuery>* address = &request;
     for (auto _ : state)
-        device.host.event(0xFC000605u, &address, sizeof address);
+        device.host.event(msg::ThumbCheckRequest, &address, sizeof address);
 }
 BENCHMARK(BM_ThumbCheckOfSix)->Unit(benchmark::kMicrosecond);
 
@@ -157,8 +137,8 @@ void BM_ConfirmedThumbChangeTwoScreens(benchmark::State& state)
     accepted.boxId = 35;
     accepted.result = 1;
     for (auto _ : state) {
-        device.host.event(0xFC00060Cu, &choice, sizeof choice);
-        device.host.event(0xFC000620u, &accepted, sizeof accepted);
+        device.host.event(msg::ThumbChoice, &choice, sizeof choice);
+        device.host.event(msg::BoxAnswer, &accepted, sizeof accepted);
     }
 }
 BENCHMARK(BM_ConfirmedThumbChangeTwoScreens)->Unit(benchmark::kMicrosecond);

@@ -1,21 +1,17 @@
 #include "host/host.h"
 
+#include "framework/imessagehandler.h"
 #include "framework/wire.h"
 
 #include <dlfcn.h>
 
-#include <algorithm>
-#include <cstdio>
+#include <memory>
 
 namespace edidvm {
 namespace host {
 
 namespace {
 const char HostSender[] = "host";
-// An interjection's own sends must not interject again.
-thread_local int t_interjecting = 0;
-// data() of an empty but present payload must still be non-null.
-const unsigned char emptyDelivery = 0;
 
 // The entry points' types, as the plug-in defines them.
 using PluginitFn = void (*)(kpf::IHostApi*);
@@ -204,119 +200,23 @@ std::optional<Bytes> Host::takeReply(const kpf::IMessage* reply)
 
 void Host::setVariation(Variation variation)
 {
-    m_variation.store(variation);
-    const bool lent = variation == Variation::LentPayloads || variation == Variation::AnswerElsewhere;
-    m_commands.setPayloadMode(lent ? PayloadMode::Lent : PayloadMode::Copied);
-    m_events.setPayloadMode(lent ? PayloadMode::Lent : PayloadMode::Copied);
-}
-
-void Host::setInterjection(Interjection interjection)
-{
-    std::lock_guard<std::mutex> lock(m_variationMutex);
-    m_interjectionsLeft = interjection.times;
-    m_interjectionsMade.store(0);
-    m_interjection = std::move(interjection);
-}
-
-PayloadMode Host::deliveryMode() const
-{
-    switch (variation()) {
-    case Variation::LentPayloads:
-    case Variation::AnswerElsewhere:
-        return PayloadMode::Lent;
-    case Variation::UnstableData:
-        return PayloadMode::Unstable;
-    default:
-        return PayloadMode::Copied;
-    }
+    m_interjector.setVariation(variation);
+    m_commands.setPayloadMode(m_interjector.sendMode());
+    m_events.setPayloadMode(m_interjector.sendMode());
 }
 
 void Host::onSend(const HostMessage& sent, SendStage stage)
 {
-    if (stage == SendStage::Answered)
-        sealKeptEnvelopes();
-    const Variation now = variation();
-    const bool nested = now == Variation::NestedDeliveries && stage == SendStage::Delivering;
-    const bool moving = now == Variation::MovingCurrent && stage == SendStage::Answered;
-    if ((nested || moving) && t_interjecting == 0)
-        interject(sent);
-}
-
-void Host::interject(const HostMessage& sent)
-{
-    std::vector<Delivery> deliveries;
-    std::function<void(const Delivery&)> observer;
-    {
-        std::lock_guard<std::mutex> lock(m_variationMutex);
-        const auto& during = m_interjection.during;
-        const std::uint32_t number = kpf::wireWord(sent.number());
-        if (m_interjectionsLeft == 0 ||
-            (!during.empty() && std::find(during.begin(), during.end(), number) == during.end()))
-            return;
-        if (m_interjectionsLeft > 0)
-            --m_interjectionsLeft;
-        ++m_interjectionsMade;
-        deliveries = m_interjection.deliveries;
-        observer = m_interjection.observer;
-    }
-    ++t_interjecting;
-    for (const Delivery& delivery : deliveries) {
-        const void* data = delivery.nullData          ? nullptr
-                           : delivery.record          ? delivery.record.get()
-                           : delivery.payload.empty() ? &emptyDelivery
-                                                      : delivery.payload.data();
-        const int size = delivery.size.value_or(static_cast<int>(delivery.payload.size()));
-        if (observer)
-            observer(delivery);
+    m_interjector.onSend(sent, stage, [this](int kind, std::uint32_t number, int size, const void* data) {
         for (kpf::IMessageHandler* component : components())
-            deliver(component, delivery.kind, delivery.number, size, data);
-    }
-    --t_interjecting;
-}
-
-void Host::keep(std::shared_ptr<void> object, std::size_t size, std::uint32_t number)
-{
-    std::lock_guard<std::mutex> lock(m_variationMutex);
-    m_kept.push_back({std::move(object), size, number, {}});
-}
-
-void Host::sealKeptEnvelopes()
-{
-    std::lock_guard<std::mutex> lock(m_variationMutex);
-    for (KeptEnvelope& kept : m_kept) {
-        if (!kept.snapshot.empty())
-            continue;
-        const auto* bytes = static_cast<const unsigned char*>(kept.object.get());
-        kept.snapshot.assign(bytes, bytes + kept.size);
-    }
-}
-
-std::string Host::keptEnvelopesChanged() const
-{
-    std::lock_guard<std::mutex> lock(m_variationMutex);
-    for (const KeptEnvelope& kept : m_kept) {
-        if (kept.snapshot.size() != kept.size)
-            continue; // its command has not returned yet
-        // Moving a list out changes the container's own words.
-        if (std::memcmp(kept.object.get(), kept.snapshot.data(), kept.size) != 0) {
-            char text[96];
-            std::snprintf(text, sizeof text, "the envelope kept for command 0x%08X was changed by the asker",
-                          static_cast<unsigned>(kept.number));
-            return text;
-        }
-    }
-    return {};
-}
-
-void Host::dropKeptEnvelopes()
-{
-    std::lock_guard<std::mutex> lock(m_variationMutex);
-    m_kept.clear();
+            deliver(component, kind, number, size, data);
+    });
 }
 
 std::optional<Bytes> Host::command(std::uint32_t number, const void* data, int size)
 {
-    const HostMessage message(kpf::MessageKindCommand, kpf::wireInt(number), size, data, HostSender, deliveryMode());
+    const HostMessage message(kpf::MessageKindCommand, kpf::wireInt(number), size, data, HostSender,
+                              m_interjector.deliveryMode());
     bool received = false;
     std::unique_ptr<HostResponse> response = m_commands.route(message, &received);
     if (!response)
@@ -326,14 +226,15 @@ std::optional<Bytes> Host::command(std::uint32_t number, const void* data, int s
 
 void Host::event(std::uint32_t number, const void* data, int size)
 {
-    const HostMessage message(kpf::MessageKindEvent, kpf::wireInt(number), size, data, HostSender, deliveryMode());
+    const HostMessage message(kpf::MessageKindEvent, kpf::wireInt(number), size, data, HostSender,
+                              m_interjector.deliveryMode());
     m_events.dispatch(message);
 }
 
 std::optional<Bytes> Host::deliver(kpf::IMessageHandler* component, int kind, std::uint32_t number, int size,
                                    const void* data)
 {
-    const HostMessage message(kind, kpf::wireInt(number), size, data, HostSender, deliveryMode());
+    const HostMessage message(kind, kpf::wireInt(number), size, data, HostSender, m_interjector.deliveryMode());
     return takeReply(component->handleMessage(&message));
 }
 

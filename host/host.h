@@ -5,48 +5,32 @@
 // by name. Tests and the simulator run the library on it.
 
 #include "framework/componentinfo.h"
-#include "framework/wire.h"
+#include "host/commanddispatcher.h"
 #include "host/configservices.h"
+#include "host/eventdispatcher.h"
+#include "host/hostapi.h"
 #include "host/hostobjects.h"
+#include "host/interjector.h"
+#include "host/messagecenter.h"
 #include "host/recorder.h"
-#include "host/services.h"
+#include "host/subscriptions.h"
 #include "host/variation.h"
 
-#include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <functional>
-#include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
+
+namespace kpf {
+class IHostApi;
+class IMessage;
+class IMessageHandler;
+} // namespace kpf
 
 namespace edidvm {
 namespace host {
-
-// A message the host delivers into its components on its own.
-struct Delivery
-{
-    int kind = kpf::MessageKindEvent;
-    std::uint32_t number = 0;
-    Bytes payload;
-    std::optional<int> size; // the size reported; the payload's when empty
-    bool nullData = false;
-    // A record that owns texts or lists is delivered from this object
-    // instead of the payload bytes.
-    std::shared_ptr<const void> record;
-};
-
-// What the nested-deliveries and moving-current variations deliver.
-struct Interjection
-{
-    std::vector<Delivery> deliveries;
-    std::vector<std::uint32_t> during; // the sends that trigger it; empty: any
-    int times = -1;                    // how many sends trigger it; -1: all
-    // Sees each delivery just before it is made (a trace, say).
-    std::function<void(const Delivery&)> observer;
-};
 
 class Host
 {
@@ -103,24 +87,25 @@ public:
 
     // Takes effect for messages created from now on.
     void setVariation(Variation variation);
-    Variation variation() const { return m_variation.load(); }
+    Variation variation() const { return m_interjector.variation(); }
     // Delivered under NestedDeliveries during each own send of a component,
     // under MovingCurrent once each own command is answered; never from
     // within an interjection, so it cannot recurse.
-    void setInterjection(Interjection interjection);
+    void setInterjection(Interjection interjection) { m_interjector.setInterjection(std::move(interjection)); }
     // How many sends have triggered the interjection since it was set.
-    int interjections() const { return m_interjectionsMade.load(); }
+    int interjections() const { return m_interjector.interjections(); }
 
-    // The envelope a stand-in fills for a query command. Under
-    // AnswerElsewhere, when the stand-in asks for it, that is a copy of the
-    // asker's envelope that the host keeps, and the asker's pointer variable
-    // (which the lent payload is) is pointed at it. Otherwise the asker's own.
+    // The envelope a stand-in fills for a query command: the asker's own,
+    // or under AnswerElsewhere one the host keeps (Interjector says how).
     template <typename Envelope>
-    Envelope* answerEnvelope(const kpf::IMessage& command, bool elsewhere);
+    Envelope* answerEnvelope(const kpf::IMessage& command, bool elsewhere)
+    {
+        return m_interjector.answerEnvelope<Envelope>(command, elsewhere);
+    }
     // Empty when every kept envelope is still as its stand-in left it;
     // otherwise says which one the asker changed.
-    std::string keptEnvelopesChanged() const;
-    void dropKeptEnvelopes();
+    std::string keptEnvelopesChanged() const { return m_interjector.keptEnvelopesChanged(); }
+    void dropKeptEnvelopes() { m_interjector.dropKeptEnvelopes(); }
 
     HostApi& api() { return m_api; }
     CommandDispatcher& commands() { return m_commands; }
@@ -140,19 +125,7 @@ private:
         kpf::IMessageHandler* handler;
     };
 
-    struct KeptEnvelope
-    {
-        std::shared_ptr<void> object;
-        std::size_t size = 0;
-        std::uint32_t number = 0;
-        Bytes snapshot; // its bytes once the stand-in had answered
-    };
-
-    PayloadMode deliveryMode() const;
     void onSend(const HostMessage& sent, SendStage stage);
-    void interject(const HostMessage& sent);
-    void keep(std::shared_ptr<void> object, std::size_t size, std::uint32_t number);
-    void sealKeptEnvelopes();
 
     bool fail(const std::string& what);
     // Unloads, keeping the error that made it necessary.
@@ -178,32 +151,8 @@ private:
     const kpf::PluginInfo* m_info = nullptr;
     std::vector<Component> m_components;
 
-    std::atomic<Variation> m_variation{Variation::Default};
-    mutable std::mutex m_variationMutex;
-    Interjection m_interjection;
-    int m_interjectionsLeft = -1;
-    std::atomic<int> m_interjectionsMade{0};
-    std::vector<KeptEnvelope> m_kept;
+    Interjector m_interjector;
 };
-
-template <typename Envelope>
-Envelope* Host::answerEnvelope(const kpf::IMessage& command, bool elsewhere)
-{
-    const void* data = command.size() == static_cast<int>(sizeof(Envelope*)) ? command.data() : nullptr;
-    if (data == nullptr)
-        return nullptr;
-    Envelope* asker = nullptr;
-    std::memcpy(&asker, data, sizeof asker);
-    if (!elsewhere || asker == nullptr || variation() != Variation::AnswerElsewhere)
-        return asker;
-    // The asker's inputs (and its filter) go along, as a responder that
-    // builds its own answer from the request would take them.
-    auto kept = std::make_shared<Envelope>(*asker);
-    Envelope* answer = kept.get();
-    std::memcpy(const_cast<void*>(data), &answer, sizeof answer);
-    keep(std::move(kept), sizeof(Envelope), static_cast<std::uint32_t>(command.number()));
-    return answer;
-}
 
 } // namespace host
 } // namespace edidvm

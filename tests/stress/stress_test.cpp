@@ -1,11 +1,16 @@
+#include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <set>
+#include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
+#include <vector>
+
+namespace msg = LCD::MessageId;
 
 // Several host threads deliver a mix of messages to one component at once,
 // also while its start message is still registering. Afterwards the state
@@ -15,11 +20,11 @@ namespace edidvm {
 namespace test {
 namespace {
 
-constexpr std::uint32_t SetCurrent = 0xFC021009u;
-constexpr std::uint32_t InterfaceType = 0xFC051016u;
-constexpr std::uint32_t GetTiming = 0xFC00060Au;
-constexpr std::uint32_t BoxAnswer = 0xFC000620u;
-constexpr std::uint32_t ThumbWrite = 0xFC051008u, ReferenceWrite = 0xFC051009u;
+constexpr std::uint32_t SetCurrent = msg::SetCurrentInterface;
+constexpr std::uint32_t InterfaceType = msg::InterfaceType;
+constexpr std::uint32_t GetTiming = msg::RefreshTiming;
+constexpr std::uint32_t BoxAnswer = msg::BoxAnswer;
+constexpr std::uint32_t ThumbWrite = msg::WriteThumb, ReferenceWrite = msg::WriteReference;
 constexpr int Records = 4;
 constexpr int Event = kpf::MessageKindEvent;
 
@@ -30,7 +35,7 @@ struct Traffic
 {
     Traffic()
     {
-        const std::uint32_t inUse[] = {0xFC000617u, 0xFC030204u, 0xFC08021Eu};
+        const std::uint32_t inUse[] = {msg::InUseAsked, msg::InUseAsked2, msg::InUseAsked3};
         for (int i = 0; i < Records; ++i) {
             records.push_back(makeInterface(i + 1, i, 10 + i));
             records[i].stThumbTiming.param6 = records[i].ifWord92; // as the thumb refresh sends it
@@ -46,13 +51,14 @@ struct Traffic
         detailCheck.info.stDetailCheckArry.push_back({0, 1, references[0].stTimingDetail, 0, 0});
         using D = std::tuple<std::uint32_t, int, const void*>;
         for (int i = 0; i < Records; ++i) // one round of every kind per record
-            mix.insert(mix.end(),
-                       {D(SetCurrent, 840, &records[i]), D(InterfaceType, 0, nullptr), D(GetTiming, 0, nullptr),
-                        D(0xFC000605u, 8, &thumbCheckAddress), D(0xFC000606u, 8, &detailCheckAddress),
-                        D(0xFC00060Cu, 40, &thumbs[i]), D(0xFC00060Du, 68, &references[i]),
-                        D(BoxAnswer, 556, &answers[i]), D(0xFC081005u, 24, &changedRefs),
-                        D(0xFC081006u, 24, &changedThumbs), D(0xFC031007u, 16, &sdi), D(inUse[i % 3], 0, nullptr),
-                        D(0xFC00060Bu, 0, nullptr), D(0xFC070606u, 0, nullptr)});
+            mix.insert(mix.end(), {D(SetCurrent, 840, &records[i]), D(InterfaceType, 0, nullptr),
+                                   D(GetTiming, 0, nullptr), D(msg::ThumbCheckRequest, 8, &thumbCheckAddress),
+                                   D(msg::DetailCheckRequest, 8, &detailCheckAddress),
+                                   D(msg::ThumbChoice, 40, &thumbs[i]), D(msg::ReferenceChoice, 68, &references[i]),
+                                   D(BoxAnswer, 556, &answers[i]), D(msg::ChangedReferenceTimings, 24, &changedRefs),
+                                   D(msg::ChangedThumbTimings, 24, &changedThumbs), D(msg::SdiInterface, 16, &sdi),
+                                   D(inUse[i % 3], 0, nullptr), D(msg::SelectedInterfaceTiming, 0, nullptr),
+                                   D(msg::PublishReference, 0, nullptr)});
     }
     Traffic(const Traffic&) = delete;
 
@@ -93,51 +99,42 @@ void together(int threads, const std::function<void(int)>& body)
 class StressTest : public ::testing::TestWithParam<int>
 {
 protected:
-    // Stand-ins answer on every delivering thread: state only under a lock.
+    // The device answers on every delivering thread; it keeps what it saw
+    // under its own lock.
     void load()
     {
         ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH)) << host.error();
         component = host.components().at(0);
-        host.commands().setResponder(0xFC050111u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command)) {
-                Parameters params;
-                if (query->filter)
-                    query->filter(params);
-                const int wanted = params.count("interfaceId") > 0 ? std::stoi(params["interfaceId"]) : -1;
-                if (wanted >= 0)
-                    filteredId = wanted;
-                for (const s_InterfaceList& entry : traffic.records)
-                    if (wanted < 0 || wanted == entry.interfaceId)
-                        query->info.stInterfaceListArry.push_back(entry);
-            }
-            return std::nullopt;
-        });
-        // Every thumb timing checked passes.
-        for (std::uint32_t check : {0xFC051000u, 0xFC051001u})
-            host.commands().setResponder(check, [](const kpf::IMessage& command) -> std::optional<Bytes> {
-                if (auto* query = host::payloadAddress<QueryInfo<s_TimigCheckQuery>>(command))
-                    for (const s_ThumbTimigCheck& check : query->info.stThumbCheckArry) {
-                        query->info.stCheckResultArry.emplace_back().interfaceId = check.interfaceId;
-                        query->info.stCheckResultArry.back().frameRates = {6000};
-                        query->info.stCheckResultArry.back().maxFrameRate = 6000;
-                    }
-                return std::nullopt;
-            });
-        host.commands().setResponder(ThumbWrite, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{0}); });
-        // The stored choices, as (interface, timing bytes) per write.
-        host.recorder().setHook([this](const SentMessage& sent, const void* data) {
-            if (sent.size != 24 || data == nullptr || (sent.number != ThumbWrite && sent.number != ReferenceWrite))
-                return;
-            std::vector<std::pair<int, Bytes>> choices;
-            if (sent.number == ThumbWrite)
-                for (const auto& t : *static_cast<const std::vector<s_InterfaceThumbTiming>*>(data))
-                    choices.push_back({t.interfaceId, bytesOf(t.stThumbTiming)});
-            else
-                for (const auto& t : *static_cast<const std::vector<s_InterfacePresetTiming>*>(data))
-                    choices.push_back({t.interfaceId, bytesOf(t.stTimingDetail)});
-            std::lock_guard<std::mutex> lock(mutex);
-            written[sent.number] = choices;
-        });
+        device.interfaces = traffic.records;
+        device.passingFrameRates = {6000}; // every thumb timing checked passes
+        device.thumbWriteReply = Bytes{0};
+        device.install(host, DeviceStandIn::InterfaceQuery | DeviceStandIn::TimingCheck | DeviceStandIn::ThumbWrite);
+    }
+
+    // The id that the last interface query naming one asked for; -1 when none did.
+    int filteredId() const
+    {
+        int id = -1;
+        for (const Parameters& params : device.interfaceFiltersSeen) {
+            const auto wanted = params.find("interfaceId");
+            if (wanted != params.end() && std::stoi(wanted->second) >= 0)
+                id = std::stoi(wanted->second);
+        }
+        return id;
+    }
+
+    // The choices the last write with this number stored, as (interface,
+    // timing bytes).
+    std::vector<std::pair<int, Bytes>> lastWrite(std::uint32_t number) const
+    {
+        std::vector<std::pair<int, Bytes>> choices;
+        if (number == ThumbWrite && !device.thumbWritten.empty())
+            for (const auto& t : device.thumbWritten.back())
+                choices.push_back({t.interfaceId, bytesOf(t.stThumbTiming)});
+        if (number == ReferenceWrite && !device.referenceWritten.empty())
+            for (const auto& t : device.referenceWritten.back())
+                choices.push_back({t.interfaceId, bytesOf(t.stTimingDetail)});
+        return choices;
     }
 
     // Delivery number `step` of the mix; a type reply, once routed, names a record.
@@ -157,10 +154,10 @@ protected:
     int currentRecord()
     {
         const std::int32_t type = wordOf(host.deliver(component, kpf::MessageKindCommand, InterfaceType, 0, nullptr));
-        filteredId = -1;
-        host.deliver(component, Event, 0xFC000617u, 0, nullptr);
+        device.interfaceFiltersSeen.clear();
+        host.deliver(component, Event, msg::InUseAsked, 0, nullptr);
         if (type == 0) {
-            EXPECT_EQ(filteredId.load(), 0) << "no interface adopted, yet an id is current";
+            EXPECT_EQ(filteredId(), 0) << "no interface adopted, yet an id is current";
             return 0;
         }
         host.recorder().clear();
@@ -168,20 +165,19 @@ protected:
         std::int32_t traced = -1;
         for (const SentMessage& sent : host.recorder().messages())
             for (int i = 0; i < Records; ++i)
-                if (sent.number == 0xFC020607u && sent.bytes == bytesOf(traffic.records[i].stTimingDetail))
+                if (sent.number == msg::DetailTiming && sent.bytes == bytesOf(traffic.records[i].stTimingDetail))
                     traced = i + 1;
         EXPECT_EQ(type, 10 + traced - 1) << "the type and the interface come from different records";
-        EXPECT_EQ(filteredId.load(), traced) << "the id and the record come from different records";
+        EXPECT_EQ(filteredId(), traced) << "the id and the record come from different records";
         return traced;
     }
 
     WarningCapture capture;
     Traffic traffic;
+    DeviceStandIn device; // outlives the host, which routes to it
     host::Host host;
     kpf::IMessageHandler* component = nullptr;
-    std::atomic<int> filteredId{-1}, badTypeReplies{0};
-    std::mutex mutex;
-    std::map<std::uint32_t, std::vector<std::pair<int, Bytes>>> written;
+    std::atomic<int> badTypeReplies{0};
 };
 
 // Each round has a fresh host: one thread starts the component while the
@@ -204,19 +200,20 @@ TEST_P(StressTest, MixedDeliveriesRacingTheStartLeaveASequentialState)
                       bytesOf(traffic.changedRefs[i].stTimingDetail), bytesOf(traffic.thumbs[i].stThumbTiming),
                       bytesOf(traffic.references[i].stTimingDetail)});
     for (const SentMessage& sent : host.recorder().messages()) {
-        if (sent.number == 0xFC020607u || sent.number == 0xFC020608u || sent.number == 0xFC030601u) {
+        if (sent.number == msg::DetailTiming || sent.number == msg::ThumbTiming || sent.number == msg::ChangedDetail) {
             EXPECT_EQ(whole.count(sent.bytes), 1u) << std::hex << sent.number;
         }
     }
     EXPECT_GT(currentRecord(), 0);
 
-    written.clear(); // the threads are done: no lock needed
+    device.forget(); // the threads are done
     host.deliver(component, Event, BoxAnswer, 556, &traffic.answers[0]);
     host.deliver(component, Event, BoxAnswer, 556, &traffic.answers[1]);
     for (std::uint32_t number : {ThumbWrite, ReferenceWrite}) {
-        ASSERT_EQ(written[number].size(), 1u) << std::hex << number;
-        EXPECT_TRUE(written[number][0].first >= 1 && written[number][0].first <= Records);
-        EXPECT_EQ(whole.count(written[number][0].second), 1u) << std::hex << number;
+        const std::vector<std::pair<int, Bytes>> written = lastWrite(number);
+        ASSERT_EQ(written.size(), 1u) << std::hex << number;
+        EXPECT_TRUE(written[0].first >= 1 && written[0].first <= Records);
+        EXPECT_EQ(whole.count(written[0].second), 1u) << std::hex << number;
     }
     // The numbers route as they should.
     host.deliver(component, Event, SetCurrent, 840, &traffic.records[2]);

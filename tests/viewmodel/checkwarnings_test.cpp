@@ -46,10 +46,10 @@ protected:
     void baseline()
     {
         host.setVariation(host::Variation::Default);
-        interfaceAnswerNulled = false;
-        interfaces = {makeInterface(7)};
-        setCurrent(interfaces[0]);
-        checkResults = {{7, 0, 0.0f, 0.0f, 0, 0, {}, {6000}}};
+        device.interfaceAnswerNulled = false;
+        device.interfaces = {makeInterface(7)};
+        setCurrent(device.interfaces[0]);
+        device.checkResults = {{7, 0, 0.0f, 0.0f, 0, 0, {}, {6000}}};
         envelope.info.stThumbCheckArry = {{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0}};
         envelope.info.stDetailCheckArry = {{}};
         address = &envelope;
@@ -76,7 +76,7 @@ protected:
         interjection.times = 1;
         host.setVariation(host::Variation::NestedDeliveries);
         host.setInterjection(std::move(interjection));
-        setCurrent(interfaces[0]);
+        setCurrent(device.interfaces[0]);
     }
 
     std::vector<Warning> logged()
@@ -109,13 +109,13 @@ TEST_F(CheckWarningTest, EachRoadThatStopsACheckLogsItsWarningsInTheirOwnFunctio
     const auto noThumbChecks = [this] { envelope.info.stThumbCheckArry.clear(); };
     const auto noDetailChecks = [this] { envelope.info.stDetailCheckArry.clear(); };
     const auto zeroTiming = [this] { envelope.info.stThumbCheckArry[0].stThumbTiming.width = 0; };
-    const auto unlisted = [this] { interfaces[0].interfaceId = 8; };
+    const auto unlisted = [this] { device.interfaces[0].interfaceId = 8; };
     const auto queryFails = [this] {
         host.setVariation(host::Variation::LentPayloads);
-        interfaceAnswerNulled = true;
+        device.interfaceAnswerNulled = true;
     };
     const auto reentered = [this] { nested = true; };
-    const auto frameMissing = [this] { checkResults[0].frameRates = {5000}; };
+    const auto frameMissing = [this] { device.checkResults[0].frameRates = {5000}; };
     const Warning thumbNull = {"msg data is null.", ThumbHandler};
     const Warning detailNull = {"msg data is null.", DetailHandler};
     const Warning queryFailed = {"get interface detail fail.", InterfaceQuery};

@@ -45,8 +45,8 @@ protected:
     // Interfaces 1 (current) and 2, both of type 4 at 60 Hz.
     void twoInterfaces()
     {
-        interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)};
-        setCurrent(interfaces[0]);
+        device.interfaces = {makeInterface(1, 0, 4), makeInterface(2, 1, 4)};
+        setCurrent(device.interfaces[0]);
         reset();
     }
 
@@ -82,7 +82,7 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
     envelope.info.stDetailCheckArry = {detailCheck(0)};
     QueryInfo<s_TimigCheckQuery>* address = &envelope;
     const unsigned char zeros[1000] = {};
-    interfaces = {makeInterface(0)};
+    device.interfaces = {makeInterface(0)};
     struct Handler
     {
         const char* name;
@@ -135,7 +135,7 @@ TEST_P(InterfaceTest, AWarningCarriesItsWholeContext)
 
 TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
 {
-    interfaces = {makeInterface(0)};
+    device.interfaces = {makeInterface(0)};
     // Only the first thumb check is tested: product in 32 bits, refresh truncated.
     const float nan = std::numeric_limits<float>::quiet_NaN();
     struct Case
@@ -162,7 +162,7 @@ TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
         reset();
         requestChecks(c.checks);
         EXPECT_EQ(warnings(), c.rejected ? Trace{"timing is 0."} : Trace{});
-        EXPECT_EQ(thumbChecksSeen.size(), c.rejected ? 0u : c.checks.size());
+        EXPECT_EQ(device.thumbChecksSeen.size(), c.rejected ? 0u : c.checks.size());
     }
 }
 
@@ -172,8 +172,8 @@ TEST_P(InterfaceTest, ThumbResultsGoOutWholeOnEveryInterfaceType)
     twoInterfaces();
     for (std::int32_t type : {4, 8, 6, 0}) {
         SCOPED_TRACE(type);
-        interfaces[0].stAuxiliaryInfo.interfaceType = type;
-        checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
+        device.interfaces[0].stAuxiliaryInfo.interfaceType = type;
+        device.checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
         reset();
         request(true);
         EXPECT_EQ(resultsSent(), Trace{"if1#1 if2#2 if1#3"});
@@ -188,15 +188,15 @@ TEST_P(InterfaceTest, DetailResultsGoOutForTheCurrentInterfaceOnlyOnType4Or8)
     for (std::int32_t type : {4, 8, 6, 0}) {
         SCOPED_TRACE(type);
         // The type is read from the fresh list, not from the cached record.
-        interfaces[0].stAuxiliaryInfo.interfaceType = type;
+        device.interfaces[0].stAuxiliaryInfo.interfaceType = type;
         const bool forwarded = type == 4 || type == 8;
-        checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
+        device.checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
         reset();
         request(false);
         EXPECT_EQ(resultsSent(), forwarded ? Trace{"if1#1 if1#3"} : Trace{});
         EXPECT_THAT(warnings(), ElementsAre(DetailFrameWarning));
         // Nothing left for the current interface: an empty list, if any.
-        checkResults = {result(2, 2, {5000})};
+        device.checkResults = {result(2, 2, {5000})};
         reset();
         request(false);
         EXPECT_EQ(resultsSent(), forwarded ? Trace{""} : Trace{});
@@ -223,8 +223,8 @@ TEST_P(InterfaceTest, FrameRatesAreComparedInSinglePrecision)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        interfaces[0].stThumbTiming.refresh = c.refresh;
-        checkResults = {result(1, 1, c.rates)};
+        device.interfaces[0].stThumbTiming.refresh = c.refresh;
+        device.checkResults = {result(1, 1, c.rates)};
         reset();
         request(true);
         request(false);
@@ -235,7 +235,7 @@ TEST_P(InterfaceTest, FrameRatesAreComparedInSinglePrecision)
 TEST_P(InterfaceTest, EachFrameWarningIsLoggedAfterItsResultEvent)
 {
     twoInterfaces();
-    checkResults = {result(1, 1, {5000})};
+    device.checkResults = {result(1, 1, {5000})};
     std::vector<std::size_t> warningsAtEvent;
     const auto listener = [&](const kpf::IMessage&) { warningsAtEvent.push_back(warnings().size()); };
     host.events().addListener(listener, msg::ThumbCheckResults);
@@ -250,13 +250,13 @@ TEST_P(InterfaceTest, EachFrameWarningIsLoggedAfterItsResultEvent)
 TEST_P(InterfaceTest, WithoutTheCurrentInterfaceInTheResponsesFetchNoFrameIsJudged)
 {
     twoInterfaces();
-    checkResults = {result(1, 1, {5000})};
+    device.checkResults = {result(1, 1, {5000})};
     for (bool thumb : {true, false}) {
         SCOPED_TRACE(thumb ? "thumb" : "detail");
         host.commands().setResponder(msg::InterfaceDetail, [this, count = 0](const kpf::IMessage& command) mutable {
             if (auto* query = host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command))
                 if (++count != 3)
-                    query->info.stInterfaceListArry = interfaces;
+                    query->info.stInterfaceListArry = device.interfaces;
             return std::optional<Bytes>();
         });
         reset();

@@ -45,13 +45,13 @@ TEST_P(TimingChangeTest, PreCheckRejectsOnlyOnTheCurrentInterfaceResultsWithoutT
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         reset();
-        checkResults = c.results;
+        device.checkResults = c.results;
         c.reference ? choose(referenceTiming(1920, 1080, c.refresh)) : choose(thumbTiming(1920, 1080, c.refresh));
         const Trace written = c.reference ? ReferenceWrite : join({ThumbWrite, Committed});
         const Trace rejected = c.reference ? ReferenceRejected : ThumbRejected;
         EXPECT_EQ(trace(sent()), join({Impact, c.passes ? written : rejected}));
-        EXPECT_EQ(thumbWritten.size() + referenceWritten.size(), c.passes ? 1u : 0u);
-        EXPECT_EQ(thumbChecksSeen.size(), c.reference ? 0u : 1u);
+        EXPECT_EQ(device.thumbWritten.size() + device.referenceWritten.size(), c.passes ? 1u : 0u);
+        EXPECT_EQ(device.thumbChecksSeen.size(), c.reference ? 0u : 1u);
         if (!c.passes) {
             EXPECT_EQ(payloadOf(msg::MessageBox), boxBytes(14, 4, BandwidthText));
         }
@@ -62,7 +62,8 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansAnImmediateCommit)
 {
     const char noSubcard[] = "Not find the subcard: slotId: 2";
     const auto sameResolution = [&] {
-        std::tie(interfaces[0].stThumbTiming.width, interfaces[0].stThumbTiming.height) = std::tuple(1280, 720);
+        std::tie(device.interfaces[0].stThumbTiming.width, device.interfaces[0].stThumbTiming.height) =
+            std::tuple(1280, 720);
     };
     struct Case
     {
@@ -75,12 +76,12 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansAnImmediateCommit)
         {"resolution unchanged", sameResolution, NoTarget, ""},
         {"no device service", [&] { host.api().removeService("deviceconfigmanager"); }, MissingService, ""},
         {"no subcard service", [&] { host.api().removeService("subcardconfigmanager"); }, MissingService, ""},
-        {"no subcard in the slot", [&] { subcards.resize(1); }, noSubcard, "D"},
+        {"no subcard in the slot", [&] { device.subcards.resize(1); }, noSubcard, "D"},
         {"subcard query unanswered", [&] { host.commands().removeResponder(msg::Subcards); }, noSubcard, "D"},
-        {"no connector with the number in the first subcard", [&] { subcards[1].stConnectorArry.resize(1); }, nullptr,
-         "D"},
+        {"no connector with the number in the first subcard", [&] { device.subcards[1].stConnectorArry.resize(1); },
+         nullptr, "D"},
         {"screen query unanswered", [&] { host.commands().removeResponder(msg::Screens); }, nullptr, "DS"},
-        {"no screens", [&] { screens.clear(); }, nullptr, "DS"},
+        {"no screens", [&] { device.screens.clear(); }, nullptr, "DS"},
     };
     const s_InterfaceThumbTiming chosen = thumbTiming(1280, 720, 50.0f);
     for (const Case& c : cases) {
@@ -95,11 +96,11 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansAnImmediateCommit)
         EXPECT_EQ(warnings(), c.warning ? Trace{c.warning} : Trace{});
         // The impact's queries go first even when the resolution stays.
         EXPECT_EQ(trace(sent()), join({c.warning == MissingService ? Trace{} : Impact, ThumbWrite, Committed}));
-        EXPECT_EQ(bytesOfAll(thumbChecksSeen), thumbCheckBytes(chosen));
-        EXPECT_EQ(bytesOfAll(thumbWritten), bytesOf(chosen));
-        EXPECT_THAT(screenFiltersSeen, Each(Parameters{{"screenType", "2"}}));
-        EXPECT_THAT(interfaceFiltersSeen, Each(IsEmpty()));
-        EXPECT_THAT(subcardRequestsSeen, Each(1));
+        EXPECT_EQ(bytesOfAll(device.thumbChecksSeen), thumbCheckBytes(chosen));
+        EXPECT_EQ(bytesOfAll(device.thumbWritten), bytesOf(chosen));
+        EXPECT_THAT(device.screenFiltersSeen, Each(Parameters{{"screenType", "2"}}));
+        EXPECT_THAT(device.interfaceFiltersSeen, Each(IsEmpty()));
+        EXPECT_THAT(device.subcardRequestsSeen, Each(1));
         // Looked up by name on every choice, never kept.
         EXPECT_THAT(host.api().lookups(), ElementsAre("subcardconfigmanager", "deviceconfigmanager"));
         EXPECT_EQ(host.deviceConfig().calls().size() - deviceCalls, c.asked.find('D') != std::string::npos ? 1u : 0u);
@@ -109,9 +110,9 @@ TEST_P(TimingChangeTest, WhatCannotBeWorkedOutMeansAnImmediateCommit)
 
 TEST_P(TimingChangeTest, TheImpactTargetIsTheFirstEntryOfTheIdWithAnotherResolution)
 {
-    interfaces.insert(interfaces.begin(), makeInterface(3, 1));
-    std::tie(interfaces[0].slotId, interfaces[0].stThumbTiming.width, interfaces[0].stThumbTiming.height) =
-        std::tuple(1, 1280, 720);
+    device.interfaces.insert(device.interfaces.begin(), makeInterface(3, 1));
+    std::tie(device.interfaces[0].slotId, device.interfaces[0].stThumbTiming.width,
+             device.interfaces[0].stThumbTiming.height) = std::tuple(1, 1280, 720);
     choose(thumbTiming(1280, 720, 50.0f));
     EXPECT_EQ(host.deviceConfig().calls().back(), 2);
     EXPECT_EQ(trace(sent()), join({Impact, Asked}));

@@ -95,22 +95,22 @@ protected:
         installStandIns();
         host.api().setService("deviceconfigmanager", static_cast<DeviceConfigManager*>(&host.deviceConfig()));
         host.api().setService("subcardconfigmanager", static_cast<SubcardConfigManager*>(&host.subcardConfig()));
-        interfaces = {makeInterface(3, 1), makeInterface(5, 2), makeInterface(6, 5)};
-        for (s_InterfaceList& entry : interfaces)
+        device.interfaces = {makeInterface(3, 1), makeInterface(5, 2), makeInterface(6, 5)};
+        for (s_InterfaceList& entry : device.interfaces)
             entry.slotId = 2;
-        setCurrent(interfaces[0]);
+        setCurrent(device.interfaces[0]);
         // The commit must take these from the fresh list, not the cached record.
-        interfaces[0].checkParam0 = 500;
-        interfaces[0].checkParam1 = -600;
-        subcards = {{1, {}, {{1, {}, 99, {}}}},
-                    {2, {}, {{4, {}, 98, {}}, {1, {}, 77, {}}, {1, {}, 66, {}}}},
-                    {2, {}, {{1, {}, 55, {}}}}};
+        device.interfaces[0].checkParam0 = 500;
+        device.interfaces[0].checkParam1 = -600;
+        device.subcards = {{1, {}, {{1, {}, 99, {}}}},
+                           {2, {}, {{4, {}, 98, {}}, {1, {}, 77, {}}, {1, {}, 66, {}}}},
+                           {2, {}, {{1, {}, 55, {}}}}};
         host.deviceConfig().setAnswer([](std::int32_t slot) { return slot * 10 + 1; });
         host.subcardConfig().setAnswer([this](std::int32_t subcard, std::int32_t key, std::int32_t) {
             return subcard == 21 && key == 77 ? related : std::vector<int>{};
         });
         related = {2, 1};
-        screens = {screen(101, 0, {5}), screen(102, 1, {99, 6}), screen(103, 2, {3})};
+        device.screens = {screen(101, 0, {5}), screen(102, 1, {99, 6}), screen(103, 2, {3})};
         reset();
     }
 

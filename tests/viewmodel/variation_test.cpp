@@ -134,7 +134,7 @@ TEST_F(VariationTest, TheScreenImpactReadsOnlyItsOwnEnvelope)
 TEST_F(VariationTest, ANulledPointerVariableIsAFailedQuery)
 {
     host.setVariation(Variation::AnswerElsewhere);
-    interfaceAnswerNulled = true;
+    device.interfaceAnswerNulled = true;
     pageEvent(msg::RefreshTiming);
     pageEvent(msg::SelectedInterfaceTiming);
     EXPECT_EQ(trace(sent()), Trace({"C FC050111 8", "C FC050111 8"}));
@@ -208,7 +208,7 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
         SCOPED_TRACE(c.name);
         baseline();
         if (c.emptyList)
-            interfaces.clear();
+            device.interfaces.clear();
         // setCurrent holds the lock across both of its events.
         interjectOnce(Variation::NestedDeliveries, {c.delivery}, msg::DetailTiming);
         setCurrent(makeInterface(3, 1));

@@ -1,14 +1,16 @@
 #pragma once
 
 // The built library on our host, with stand-ins for the components the view
-// model talks to: they answer from the fixture's fields and keep what they saw.
+// model talks to: the device answers from its fields and keeps what it saw.
 
 #include "common/warningcapture.h"
 #include "framework/wire.h"
 #include "host/host.h"
 #include "protomodel/configrecords.h"
 #include "protomodel/interfacerecords.h"
+#include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
+#include "tests/support/devicestandin.h"
 #include "viewmodel/viewmodelrecords.h"
 
 #include <gtest/gtest.h>
@@ -16,14 +18,15 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <map>
-#include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace edidvm {
 namespace test {
+
+namespace msg = LCD::MessageId;
 
 using namespace LCD::ProtoModel::Interface;
 using namespace LCD::ProtoModel::Screen;
@@ -32,7 +35,6 @@ using host::Bytes;
 using host::SentKind;
 using host::SentMessage;
 using LCD::GlobalMessageHander::QueryInfo;
-using Parameters = std::map<std::string, std::string>;
 using Trace = std::vector<std::string>;
 
 // An interface with recognisable timing words.
@@ -132,71 +134,17 @@ protected:
         EXPECT_EQ(host.keptEnvelopesChanged(), "");
     }
 
+    // The device answers from its fields; the page's side keeps the result
+    // lists, which travel as the vector object: read them while valid.
     void installStandIns()
     {
-        // Honours "interfaceId"; a filter must empty the map before its key goes in.
-        // Under AnswerElsewhere it answers in an envelope of the host's.
-        host.commands().setResponder(0xFC050111u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (interfaceAnswerNulled) {
-                // A lent payload is the asker's pointer variable itself.
-                const host::Variation now = host.variation();
-                if (command.size() == 8 &&
-                    (now == host::Variation::LentPayloads || now == host::Variation::AnswerElsewhere))
-                    std::memset(const_cast<void*>(command.data()), 0, 8);
-                return std::nullopt;
-            }
-            if (auto* query = host.answerEnvelope<QueryInfo<s_InterfaceDetailInfo>>(command, true)) {
-                const Parameters params = applied(query->filter);
-                interfaceFiltersSeen.push_back(params);
-                const auto wanted = params.find("interfaceId");
-                for (const s_InterfaceList& entry : interfaces)
-                    if (wanted == params.end() || wanted->second == std::to_string(entry.interfaceId))
-                        query->info.stInterfaceListArry.push_back(entry);
-            }
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC050200u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = host::payloadAddress<QueryInfo<s_ScreenDetail>>(command)) {
-                screenFiltersSeen.push_back(applied(query->filter));
-                query->info.stScreenDetailInfoArry = screens;
-            }
-            return std::nullopt;
-        });
-        host.commands().setResponder(0xFC0D1000u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = host::payloadAddress<QueryInfo<s_SubcardQuery>>(command)) {
-                subcardRequestsSeen.push_back(query->info.request);
-                query->info.stSubcardInfoArry = subcards;
-            }
-            return std::nullopt;
-        });
-        // The device's parameter and its selected interface go unanswered;
-        // every assessment is carried out and raises no code.
-        for (std::uint32_t number : {0xFC000004u, 0xFC08100Au})
-            host.commands().setResponder(number, [](const kpf::IMessage&) { return std::optional<Bytes>(); });
-        host.commands().setResponder(0xFC05021Fu, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{1}); });
-        // The payload is the vector object, readable while the command lasts.
-        host.commands().setResponder(0xFC051008u, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (command.size() == 24 && command.data() != nullptr)
-                thumbWritten.push_back(*static_cast<const std::vector<s_InterfaceThumbTiming>*>(command.data()));
-            return std::nullopt;
-        });
-        const auto checkService = [this](const kpf::IMessage& command) -> std::optional<Bytes> {
-            if (auto* query = host::payloadAddress<QueryInfo<s_TimigCheckQuery>>(command)) {
-                thumbChecksSeen = query->info.stThumbCheckArry;
-                detailChecksSeen = query->info.stDetailCheckArry;
-                query->info.stCheckResultArry = checkResults;
-            }
-            return std::nullopt;
-        };
-        host.commands().setResponder(0xFC051000u, checkService);
-        host.commands().setResponder(0xFC051001u, checkService);
-        // Result lists travel as the vector object: read them while valid.
-        host.recorder().setHook([this](const SentMessage& sent, const void* data) {
-            if ((sent.number == 0xFC020603u || sent.number == 0xFC020604u) && sent.size == 24 && data != nullptr)
+        device.readFilter = applied;
+        device.onSent = [this](const SentMessage& sent, const void* data) {
+            if ((sent.number == msg::ThumbCheckResults || sent.number == msg::DetailCheckResults) && sent.size == 24 &&
+                data != nullptr)
                 resultEvents.push_back({sent.number, *static_cast<const s_TimigCheckResultArry*>(data)});
-            if (sent.number == 0xFC051009u && sent.size == 24 && data != nullptr)
-                referenceWritten.push_back(*static_cast<const std::vector<s_InterfacePresetTiming>*>(data));
-        });
+        };
+        device.install(host);
     }
 
     static Parameters applied(const LCD::GlobalMessageHander::QueryFilter& filter)
@@ -214,20 +162,19 @@ protected:
     {
         host.recorder().clear();
         capture.clear();
-        const auto clear = [](auto&... lists) { (lists.clear(), ...); };
-        clear(thumbChecksSeen, detailChecksSeen, resultEvents, interfaceFiltersSeen, screenFiltersSeen,
-              subcardRequestsSeen, thumbWritten, referenceWritten);
+        device.forget();
+        resultEvents.clear();
     }
 
     // As the page or another component would send them.
-    void setCurrent(const s_InterfaceList& record) { host.event(0xFC021009u, &record, sizeof record); }
+    void setCurrent(const s_InterfaceList& record) { host.event(msg::SetCurrentInterface, &record, sizeof record); }
     void pageEvent(std::uint32_t number) { host.event(number, nullptr, 0); }
 
     // The page's check request: the address of an envelope holding the checks.
     void requestChecks(std::vector<s_ThumbTimigCheck> thumbs, std::vector<s_DetailTimigCheck> details = {})
     {
         QueryInfo<s_TimigCheckQuery> request;
-        const std::uint32_t number = thumbs.empty() ? 0xFC000606u : 0xFC000605u;
+        const std::uint32_t number = thumbs.empty() ? msg::DetailCheckRequest : msg::ThumbCheckRequest;
         request.info.stThumbCheckArry = std::move(thumbs);
         request.info.stDetailCheckArry = std::move(details);
         QueryInfo<s_TimigCheckQuery>* address = &request;
@@ -249,25 +196,12 @@ protected:
     std::vector<std::string> warnings() { return capture.texts(); }
 
     WarningCapture capture;
+    DeviceStandIn device; // outlives the host, which routes to it
     host::Host host;
     kpf::IMessageHandler* component = nullptr;
 
-    // What the stand-in components answer.
-    std::vector<s_InterfaceList> interfaces;
-    s_TimigCheckResultArry checkResults;
-    std::vector<s_ScreenDetailInfo> screens;
-    std::vector<s_SubcardInfo> subcards;
-    bool interfaceAnswerNulled = false; // 0xFC050111 nulls a lent pointer variable
-
-    // What they saw.
-    std::vector<s_ThumbTimigCheck> thumbChecksSeen;
-    std::vector<s_DetailTimigCheck> detailChecksSeen;
+    // The check results the page was sent.
     std::vector<std::pair<std::uint32_t, s_TimigCheckResultArry>> resultEvents;
-    std::vector<Parameters> interfaceFiltersSeen;
-    std::vector<Parameters> screenFiltersSeen;
-    std::vector<std::int32_t> subcardRequestsSeen;
-    std::vector<std::vector<s_InterfaceThumbTiming>> thumbWritten;
-    std::vector<std::vector<s_InterfacePresetTiming>> referenceWritten;
 };
 
 } // namespace test
