@@ -1,5 +1,6 @@
 #include "bench/alloccount.h"
 #include "bench/signalpeer.h"
+#include "bench/timesreporter.h"
 #include "framework/api.h"
 #include "framework/imessage.h"
 #include "framework/wire.h"
@@ -135,48 +136,6 @@ BENCHMARK(BM_RouteEvent)->Unit(benchmark::kNanosecond);
 BENCHMARK(BM_PlainStdFunction)->Unit(benchmark::kNanosecond);
 BENCHMARK(BM_QtDirectSignal)->Unit(benchmark::kNanosecond);
 
-// The console output, then one line with route/plain, taken from the median
-// when there are repetitions and from the single run otherwise.
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    RatioReporter() : ConsoleReporter(OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.error_occurred)
-                continue;
-            const std::string& name = run.run_name.function_name;
-            if (run.run_type == Run::RT_Iteration)
-                m_single[name] = run.GetAdjustedRealTime();
-            else if (run.aggregate_name == "median")
-                m_median[name] = run.GetAdjustedRealTime();
-        }
-    }
-
-    void printRatio() const
-    {
-        const bool median = m_median.count("BM_RouteEvent") && m_median.count("BM_PlainStdFunction");
-        const auto& times = median ? m_median : m_single;
-        const auto route = times.find("BM_RouteEvent");
-        if (route == times.end())
-            return;
-        for (const char* peer : {"BM_PlainStdFunction", "BM_QtDirectSignal"}) {
-            const auto other = times.find(peer);
-            if (other == times.end() || other->second <= 0.0)
-                continue;
-            std::printf("route/%s (%s real time): %.2f ns / %.2f ns = %.2fx\n", peer + 3,
-                        median ? "median" : "single run", route->second, other->second, route->second / other->second);
-        }
-    }
-
-private:
-    std::map<std::string, double> m_single;
-    std::map<std::string, double> m_median;
-};
-
 } // namespace
 
 // Fixed loops for an instruction count under callgrind, which does not drift
@@ -219,9 +178,19 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    RatioReporter reporter;
+    TimesReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatio();
+    // route/plain and route/signal.
+    const auto& times = reporter.times();
+    const auto route = times.find("BM_RouteEvent");
+    for (const char* peer : {"BM_PlainStdFunction", "BM_QtDirectSignal"}) {
+        const auto other = times.find(peer);
+        if (route == times.end() || other == times.end() || other->second <= 0.0)
+            continue;
+        std::printf("route/%s (%s real time): %.2f ns / %.2f ns = %.2fx\n", peer + 3,
+                    reporter.fromMedians() ? "median" : "single run", route->second, other->second,
+                    route->second / other->second);
+    }
     benchmark::Shutdown();
     return 0;
 }

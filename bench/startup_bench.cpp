@@ -4,6 +4,8 @@
 // waits for it, output discarded; the last lines print each edidsim figure
 // as a multiple of edid-decode's.
 
+#include "bench/timesreporter.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -71,47 +73,6 @@ void BM_Startup(benchmark::State& state, const Command* command)
     }
 }
 
-// The console output, then each edidsim figure over edid-decode's, from the
-// medians when there are repetitions.
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    RatioReporter() : ConsoleReporter(OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.error_occurred)
-                continue;
-            const std::string& name = run.run_name.function_name;
-            if (run.run_type == Run::RT_Iteration)
-                m_single[name] = run.GetAdjustedRealTime();
-            else if (run.aggregate_name == "median")
-                m_median[name] = run.GetAdjustedRealTime();
-        }
-    }
-
-    void printRatios() const
-    {
-        const bool median = !m_median.empty();
-        const auto& times = median ? m_median : m_single;
-        const auto reference = times.find("BM_Startup/edid_decode");
-        if (reference == times.end() || reference->second <= 0.0)
-            return;
-        for (const auto& [name, time] : times) {
-            if (name == reference->first)
-                continue;
-            std::printf("%s / edid-decode (%s wall time): %.2f ms / %.2f ms = %.2fx\n", name.c_str() + 11,
-                        median ? "median" : "single run", time, reference->second, time / reference->second);
-        }
-    }
-
-private:
-    std::map<std::string, double> m_single;
-    std::map<std::string, double> m_median;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -123,9 +84,18 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    RatioReporter reporter;
+    TimesReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatios();
+    // Each edidsim figure over edid-decode's.
+    const auto& times = reporter.times();
+    const auto reference = times.find("BM_Startup/edid_decode");
+    for (const auto& [name, time] : times) {
+        if (reference == times.end() || reference->second <= 0.0 || name == reference->first)
+            continue;
+        std::printf("%s / edid-decode (%s wall time): %.2f ms / %.2f ms = %.2fx\n", name.c_str() + 11,
+                    reporter.fromMedians() ? "median" : "single run", time, reference->second,
+                    time / reference->second);
+    }
     benchmark::Shutdown();
     return 0;
 }
