@@ -20,9 +20,11 @@ int decodeCommand(int argc, char** argv)
     std::vector<std::string> files;
     bool json = false;
     bool strict = false;
-    app.add_option("file", files, "EDID files: regular files of at most 32 KiB (256 blocks) binary")->required();
+    app.add_option("file", files, "EDID files: regular files of at most 32 KiB (256 blocks) binary, 128 KiB a hex dump")
+        ->required();
     app.add_flag("--json", json, "print one JSON object a file (JSON Lines)");
-    app.add_flag("--strict", strict, "refuse a bad checksum or extension count instead of warning");
+    app.add_flag("--strict", strict,
+                 "refuse a damaged block, a bad checksum or extension count instead of warning and decoding the rest");
     app.footer("Exit status: 0 every file decoded, 2 a file refused or a bad command line.");
     try {
         app.parse(argc, argv);

@@ -16,7 +16,7 @@ namespace sim {
 std::string edidText(const std::string& file, const edid::Edid& edid);
 
 // One line of JSON, without the newline. Every text is valid UTF-8 in it,
-// whatever bytes the EDID's texts and the file name hold.
+// whatever bytes the file name holds.
 std::string edidJsonLine(const std::string& file, const edid::Edid& edid);
 
 } // namespace sim
