@@ -1,5 +1,6 @@
 // The VESA Display Monitor Timing (DMT) table: every DMT ID with its timing,
-// and the standard-timing code that names it where the standard gives one.
+// and the standard-timing code that names it where the standard gives one
+// (1024x768 at 70 Hz is named 0x61 0x4c, whose refresh field reads 72).
 #include "edid/tables.h"
 
 namespace edidvm::edid::tables {
@@ -12,7 +13,7 @@ constexpr DmtTiming kDmt[] = {
     {0x3119, {2, 640, 400, false, 31500, {32, 64, 96, 0, false}, {1, 3, 41, 0, true}}, false},
     {0x0000, {3, 720, 400, false, 35500, {36, 72, 108, 0, false}, {1, 3, 42, 0, true}}, false},
     {0x3140, {4, 640, 480, false, 25175, {8, 96, 40, 8, false}, {2, 2, 25, 8, false}}, false},
-    {0x0000, {5, 640, 480, false, 31500, {16, 40, 120, 8, false}, {1, 3, 20, 8, false}}, false},
+    {0x314c, {5, 640, 480, false, 31500, {16, 40, 120, 8, false}, {1, 3, 20, 8, false}}, false},
     {0x314f, {6, 640, 480, false, 31500, {16, 64, 120, 0, false}, {1, 3, 16, 0, false}}, false},
     {0x3159, {7, 640, 480, false, 36000, {56, 56, 80, 0, false}, {1, 3, 25, 0, false}}, false},
     {0x0000, {8, 800, 600, false, 36000, {24, 72, 128, 0, true}, {1, 2, 22, 0, true}}, false},
@@ -24,7 +25,7 @@ constexpr DmtTiming kDmt[] = {
     {0x0000, {14, 848, 480, false, 33750, {16, 112, 112, 0, true}, {6, 8, 23, 0, true}}, false},
     {0x0000, {15, 1024, 768, true, 44900, {8, 176, 56, 0, true}, {0, 4, 20, 0, true}}, false},
     {0x6140, {16, 1024, 768, false, 65000, {24, 136, 160, 0, false}, {3, 6, 29, 0, false}}, false},
-    {0x0000, {17, 1024, 768, false, 75000, {24, 136, 144, 0, false}, {3, 6, 29, 0, false}}, false},
+    {0x614c, {17, 1024, 768, false, 75000, {24, 136, 144, 0, false}, {3, 6, 29, 0, false}}, false},
     {0x614f, {18, 1024, 768, false, 78750, {16, 96, 176, 0, true}, {1, 3, 28, 0, true}}, false},
     {0x6159, {19, 1024, 768, false, 94500, {48, 96, 208, 0, true}, {1, 3, 36, 0, true}}, false},
     {0x0000, {20, 1024, 768, false, 115500, {48, 32, 80, 0, true}, {3, 4, 38, 0, false}}, true},

@@ -24,7 +24,7 @@ struct Extension
     void (*decode)(Reader& reader, std::size_t block);
 };
 constexpr Extension kExtensions[] = {
-    {0x02, "CTA-861", detail::decodeCta},   {0x10, "video timing", nullptr},
+    {0x02, "CTA-861", detail::decodeCta},   {0x10, "VTB-EXT", detail::decodeVtb},
     {0x40, "display information", nullptr}, {0x50, "localized string", nullptr},
     {0x60, "packet video link", nullptr},   {0x70, "DisplayID", detail::decodeDisplayId},
     {0xF0, "block map", nullptr},           {0xFF, "manufacturer-defined", nullptr},
@@ -54,7 +54,7 @@ std::size_t checkLayout(Reader& reader)
     }
     if (size > kMaxFileSize) {
         reader.fail(kMaxFileSize / kBlockSize, 0,
-                    "file holds " + std::to_string(size) + " bytes, more than 256 blocks");
+                    "file holds " + std::to_string(size) + " bytes, more than the 32 KiB (256 blocks) of an EDID");
     }
     for (std::size_t i = 0; i < sizeof kHeader; ++i) {
         if (reader.at(0, i) != kHeader[i]) {

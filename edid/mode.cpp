@@ -47,12 +47,17 @@ Mode fromTable(Kind kind, std::string source, const tables::Timing& t)
     m.vBorder = t.v.border;
     m.vSyncPositive = t.v.positive;
     finish(m);
+    if (t.equalFields) {
+        const double vTotal = m.vActive + m.vFrontPorch + m.vSync + m.vBackPorch + 2 * m.vBorder;
+        const double hTotal = m.hActive + m.hFrontPorch + m.hSync + m.hBackPorch + 2 * m.hBorder;
+        m.refreshHz = m.pixelClockKHz * 1000.0 / (hTotal * vTotal);
+    }
     return m;
 }
 
-Mode fromDmt(Kind kind, const tables::DmtTiming& dmt)
+Mode fromDmt(Kind kind, const tables::DmtTiming& dmt, const std::string& prefix)
 {
-    Mode m = fromTable(kind, "DMT " + hexByte(static_cast<unsigned>(dmt.timing.code)), dmt.timing);
+    Mode m = fromTable(kind, prefix + "DMT " + hexByte(static_cast<unsigned>(dmt.timing.code)), dmt.timing);
     m.reducedBlanking = dmt.reducedBlanking;
     return m;
 }

@@ -29,21 +29,31 @@ public:
     {}
 
     std::size_t size() const { return m_bytes.size(); }
-    // Unchecked: the layout check has made sure every block is whole.
-    std::uint8_t at(std::size_t block, std::size_t byte) const { return m_bytes[block * kBlockSize + byte]; }
-    const std::uint8_t* ptr(std::size_t block, std::size_t byte) const { return &m_bytes[block * kBlockSize + byte]; }
+    // The layout check has made sure every block is whole; a decoder asking
+    // for a byte outside its block is refused like damage, never read.
+    std::uint8_t at(std::size_t block, std::size_t byte) const
+    {
+        if (byte >= kBlockSize || (block + 1) * kBlockSize > m_bytes.size())
+            fail(block, byte, "read outside the block");
+        return m_bytes[block * kBlockSize + byte];
+    }
     // Two bytes, the low one first.
     unsigned word(std::size_t block, std::size_t byte) const { return at(block, byte) | at(block, byte + 1) << 8; }
+    // Three bytes, the low one first.
+    unsigned triple(std::size_t block, std::size_t byte) const { return word(block, byte) | at(block, byte + 2) << 16; }
 
     // Throws EdidError: the file cannot be decoded.
     [[noreturn]] void fail(std::size_t block, std::size_t byte, const std::string& what) const;
-    // A fault edid-decode only reports: refused when strict, else a warning.
+    // Damage that edid-decode only reports, the one way every decoder reports
+    // it: refused when strict, else a warning, and the caller decodes what is
+    // intact.
     void fault(std::size_t block, std::size_t byte, const std::string& what);
     // Something read but not decoded.
     void note(std::size_t block, const std::string& what);
 
     void add(Mode mode, std::size_t block);
-    // Detailed timings are numbered over all blocks, from 1.
+    // Detailed timing descriptors of the base and CTA-861 blocks are numbered
+    // over the file, from 1, those that hold no timing included.
     int nextDetailedNumber() { return ++m_detailedCount; }
 
     Edid& edid() { return m_edid; }

@@ -12,7 +12,8 @@ struct Axis
 };
 
 // Interlaced timings give the vertical values of one field; the frame has
-// twice the active lines and one line more than two fields' totals.
+// twice the active lines and one line more than two fields' totals, unless
+// its fields are equal.
 struct Timing
 {
     int code;
@@ -20,6 +21,7 @@ struct Timing
     bool interlaced;
     std::uint32_t pixelClockKHz;
     Axis h, v;
+    bool equalFields = false; // interlaced, and both fields have the lines v gives
 };
 
 struct DmtTiming

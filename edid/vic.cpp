@@ -8,7 +8,7 @@ namespace edidvm::edid::tables {
 namespace {
 
 // {VIC, width, height, interlaced, pixel clock kHz, {h front, sync, back,
-// border, +}, {v ...}}; the 1000/1001 rates have VICs of their own.
+// border, +}, {v ...}, fields equal}; the 1000/1001 rates have VICs of their own.
 constexpr Timing kVic[] = {
     {1, 640, 480, false, 25175, {16, 96, 48, 0, false}, {10, 2, 33, 0, false}},
     {2, 720, 480, false, 27000, {16, 62, 60, 0, false}, {9, 6, 30, 0, false}},
@@ -48,7 +48,7 @@ constexpr Timing kVic[] = {
     {36, 2880, 480, false, 108000, {64, 248, 240, 0, false}, {9, 6, 30, 0, false}},
     {37, 2880, 576, false, 108000, {48, 256, 272, 0, false}, {5, 5, 39, 0, false}},
     {38, 2880, 576, false, 108000, {48, 256, 272, 0, false}, {5, 5, 39, 0, false}},
-    {39, 1920, 1080, true, 72000, {32, 168, 184, 0, true}, {23, 5, 57, 0, false}},
+    {39, 1920, 1080, true, 72000, {32, 168, 184, 0, true}, {23, 5, 57, 0, false}, true},
     {40, 1920, 1080, true, 148500, {528, 44, 148, 0, true}, {2, 5, 15, 0, true}},
     {41, 1280, 720, false, 148500, {440, 40, 220, 0, true}, {5, 5, 20, 0, true}},
     {42, 720, 576, false, 54000, {12, 64, 68, 0, false}, {5, 5, 39, 0, false}},

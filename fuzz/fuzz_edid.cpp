@@ -1,12 +1,16 @@
 // libFuzzer target: the input is an EDID file's bytes. The decoder must give
 // modes that hold together or refuse with an EdidError of one line naming
 // the block and byte; anything else (another exception, a sanitizer report,
-// a broken timing) is a fault.
+// a broken timing) is a fault. What it decodes goes through edidsim
+// decode's text and JSON output too, which must be valid UTF-8 and parse.
 //
 // Random bytes rarely sum to 0, so each input is decoded a second time with
 // every whole block's checksum set right: that copy reaches the modes.
 
 #include "edid/edid.h"
+#include "sim/edidreport.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cmath>
 #include <cstdint>
@@ -28,6 +32,46 @@ namespace {
     std::abort();
 }
 
+[[noreturn]] void failOutput(const char* what, const std::string& output)
+{
+    std::fprintf(stderr, "edidvm-fuzz-edid: %s: %s\n", what, output.c_str());
+    std::abort();
+}
+
+bool validUtf8(const std::string& text)
+{
+    for (std::size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const std::size_t length = byte < 0x80         ? 1
+                                   : (byte >> 5) == 6  ? 2
+                                   : (byte >> 4) == 14 ? 3
+                                   : (byte >> 3) == 30 ? 4
+                                                       : 0;
+        if (length == 0 || i + length > text.size())
+            return false;
+        for (std::size_t k = 1; k < length; ++k) {
+            if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80)
+                return false;
+        }
+        i += length;
+    }
+    return true;
+}
+
+// What edidsim decode prints: the text as it is, the JSON parsed back.
+void report(const Edid& edid)
+{
+    const std::string text = edidvm::sim::edidText("fuzz.edid", edid);
+    if (!validUtf8(text))
+        failOutput("text output that is no UTF-8", text);
+    const std::string json = edidvm::sim::edidJsonLine("fuzz.edid", edid);
+    if (!validUtf8(json) || json.find('\n') != std::string::npos)
+        failOutput("JSON output that is no UTF-8 line", json);
+    const nlohmann::json parsed = nlohmann::json::parse(json, nullptr, false);
+    if (parsed.is_discarded() || parsed.at("modes").size() != edid.modes.size())
+        failOutput("JSON output that does not parse back", json);
+}
+
 void check(const std::vector<std::uint8_t>& bytes, Checks checks = Checks::Strict)
 {
     Edid edid;
@@ -42,7 +86,12 @@ void check(const std::vector<std::uint8_t>& bytes, Checks checks = Checks::Stric
         }
         return;
     }
+    if (checks == Checks::Strict && !edid.warnings.empty())
+        failOutput("warnings when strict", edid.warnings.front());
     const int blocks = static_cast<int>(bytes.size() / 128);
+    bool noActiveArea = false;
+    for (const std::string& warning : edid.warnings)
+        noActiveArea = noActiveArea || warning.find("no active area") != std::string::npos;
     for (std::size_t i = 0; i < edid.modes.size(); ++i) {
         const Mode& t = edid.modes[i];
         if (t.index != static_cast<int>(i))
@@ -51,11 +100,15 @@ void check(const std::vector<std::uint8_t>& bytes, Checks checks = Checks::Stric
             fail("block outside the file", t);
         if (t.preferred && t.kind != Kind::DisplayId && (t.kind != Kind::Detailed || t.block != 0))
             fail("preferred is neither the base block's first detailed timing nor DisplayID's", t);
-        if (t.pixelClockKHz == 0 || t.width <= 0 || t.height <= 0)
+        if (t.pixelClockKHz == 0 || t.width < 0 || t.height < 0)
             fail("empty timing", t);
+        // Only a detailed timing may have no active area, and never silently.
+        if ((t.width == 0 || t.height == 0) && (t.kind != Kind::Detailed || !noActiveArea))
+            fail("no active area, and no warning", t);
         if (!std::isfinite(t.refreshHz) || t.refreshHz <= 0.0)
             fail("refresh rate not a positive number", t);
     }
+    report(edid);
 }
 
 } // namespace
@@ -73,8 +126,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (changed)
         check(bytes);
-    // As edidsim decode reads it: checksum faults only warned, and the input as a hex dump.
+    // As edidsim decode reads it: damage only warned, and the input as a hex dump.
     check(std::vector<std::uint8_t>(data, data + size), Checks::Lenient);
+    check(bytes, Checks::Lenient);
     try {
         check(parseHexDump(std::string(data, data + size), "fuzz.txt"), Checks::Lenient);
     } catch (const EdidError&) {

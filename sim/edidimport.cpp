@@ -40,20 +40,36 @@ const EdidTiming& importedTiming(const std::vector<EdidTiming>& timings)
     };
     auto chosen = first([](const EdidTiming& timing) { return timing.preferred; });
     if (chosen == timings.end())
-        chosen = first([](const EdidTiming& timing) { return timing.text.find("(DTD") != std::string::npos; });
+        chosen = first([](const EdidTiming& timing) { return timing.text.find("DTD ") != std::string::npos; });
     if (chosen == timings.end())
         chosen = first([](const EdidTiming&) { return true; });
     return *chosen;
 }
 
 // Every mode is kept, so that the indexes are those of the listing; the ones
-// the records cannot carry are marked and named in a note.
+// the records cannot carry are marked and named in a note. Read as
+// `edidsim decode` reads it: damage is a warning and the intact modes come,
+// unless the scenario asks for strict reading ({"file", "strict": true}).
 std::vector<EdidTiming> Reader::edid(const JsonNode& node)
 {
-    const std::string written = node.text();
+    bool strict = false;
+    std::string written;
+    if (node.value().is_object()) {
+        node.keys({"file", "strict"});
+        written = node.need("file", "an EDID file").text();
+        if (node.has("strict"))
+            strict = node.at("strict").boolean();
+    } else if (node.value().is_string()) {
+        written = node.text();
+    } else {
+        node.expected("an EDID file, or {\"file\", \"strict\"}");
+    }
     std::vector<EdidTiming> timings;
     try {
-        const edid::Edid decoded = edid::loadEdidFile((m_base / written).lexically_normal().string());
+        const edid::Edid decoded = edid::loadEdidFile((m_base / written).lexically_normal().string(),
+                                                      strict ? edid::Checks::Strict : edid::Checks::Lenient);
+        for (const std::string& warning : decoded.warnings)
+            m_notes.push_back(written + ": warning: " + warning);
         for (const std::string& note : decoded.notes)
             m_notes.push_back(written + ": " + note);
         for (const edid::Mode& mode : decoded.modes)
