@@ -42,6 +42,7 @@ constexpr int QuestionBoxType = 2;
 constexpr int CommitCheckTag = 3;
 
 const char ReentryWarning[] = "handler re-entered on a thread that holds the view model's lock; ignored";
+const char OvertakenWarning[] = "a later commit of this kind has already been written; this one is dropped";
 
 template <typename T>
 int sizeOf()
@@ -220,16 +221,50 @@ void OutputEDIDViewModel::adoptInterface(const s_InterfaceList& interface)
     m_curInterfaceType.store(interface.stAuxiliaryInfo.interfaceType);
 }
 
-std::vector<OutputEDIDViewModel::s_InterfaceThumbTiming> OutputEDIDViewModel::thumbChoice() const
+template <typename Timing>
+std::vector<Timing> OutputEDIDViewModel::startCommit(CommitQueue<Timing>& commits, const std::vector<Timing>& stored,
+                                                     std::uint64_t& sequence)
 {
     std::lock_guard<std::mutex> lock(m_choiceMutex);
-    return m_interfaceTimingArry;
+    sequence = ++commits.started;
+    return stored;
 }
 
-std::vector<OutputEDIDViewModel::s_InterfacePresetTiming> OutputEDIDViewModel::referenceChoice() const
+template <typename Timing>
+void OutputEDIDViewModel::writeInTurn(CommitQueue<Timing>& commits, std::uint64_t sequence, std::vector<Timing> choice,
+                                      const QMessageLogContext& commit)
 {
-    std::lock_guard<std::mutex> lock(m_choiceMutex);
-    return m_interfaceRefTimingArry;
+    std::unique_lock<std::mutex> lock(m_choiceMutex);
+    if (commits.written > sequence) {
+        lock.unlock();
+        EDIDVM_WARNING_IN(commit) << OvertakenWarning;
+        return;
+    }
+    lock.unlock();
+    showWaitingDialog(true);
+    // The showing was a send: a later commit may have written meanwhile.
+    lock.lock();
+    if (commits.written > sequence) {
+        lock.unlock();
+        showWaitingDialog(false);
+        EDIDVM_WARNING_IN(commit) << OvertakenWarning;
+        return;
+    }
+    commits.waiting.emplace(sequence, std::move(choice));
+    if (commits.writing)
+        return; // that writer writes this copy too, and hides its indicator
+    commits.writing = true;
+    // Oldest first: a copy queued meanwhile is newer than any written.
+    while (!commits.waiting.empty()) {
+        const auto oldest = commits.waiting.begin();
+        commits.written = oldest->first;
+        std::vector<Timing> next = std::move(oldest->second);
+        commits.waiting.erase(oldest);
+        lock.unlock();
+        writeChoice(next);
+        lock.lock();
+    }
+    commits.writing = false;
 }
 
 QByteArray OutputEDIDViewModel::fitText(const QByteArray& utf8, int fieldSize)
@@ -870,9 +905,10 @@ kpf::IMessage* OutputEDIDViewModel::setInterfaceEdidData(const kpf::IMessage* ms
 
 void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
 {
-    // The commit works on its own copy: the 24-byte payload below is this
-    // vector, read by the receiver during the command.
-    std::vector<s_InterfaceThumbTiming> choice = thumbChoice();
+    // The commit works on its own copy: the 24-byte payload of the write is
+    // that vector, read by the receiver during the command.
+    std::uint64_t sequence = 0;
+    std::vector<s_InterfaceThumbTiming> choice = startCommit(m_thumbCommits, m_interfaceTimingArry, sequence);
     if (choice.empty()) {
         EDIDVM_WARNING() << "m_interfaceTimingArry is empty";
         return;
@@ -912,9 +948,12 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
             return;
         }
     }
+    writeInTurn(m_thumbCommits, sequence, std::move(choice), EDIDVM_CONTEXT());
+}
 
+void OutputEDIDViewModel::writeChoice(std::vector<s_InterfaceThumbTiming>& choice)
+{
     std::uint8_t answer = 0;
-    showWaitingDialog(true);
     sendCommand(kpf::wireInt(msg::WriteThumb), sizeof choice, &choice, sizeof answer, &answer);
     showWaitingDialog(false);
     if (answer != 0) {
@@ -931,7 +970,8 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
 
 void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
 {
-    std::vector<s_InterfacePresetTiming> choice = referenceChoice();
+    std::uint64_t sequence = 0;
+    std::vector<s_InterfacePresetTiming> choice = startCommit(m_referenceCommits, m_interfaceRefTimingArry, sequence);
     if (choice.empty()) {
         EDIDVM_WARNING() << "m_interfaceRefTimingArry is empty";
         return;
@@ -956,9 +996,12 @@ void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
             return;
         }
     }
+    writeInTurn(m_referenceCommits, sequence, std::move(choice), EDIDVM_CONTEXT());
+}
 
+void OutputEDIDViewModel::writeChoice(std::vector<s_InterfacePresetTiming>& choice)
+{
     const std::int32_t writing = 1;
-    showWaitingDialog(true);
     sendEvent(kpf::wireInt(msg::WritingReference), sizeof writing, &writing);
     sendEvent(kpf::wireInt(msg::WriteReference), sizeof choice, &choice);
     showWaitingDialog(false);
