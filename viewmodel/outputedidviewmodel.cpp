@@ -633,7 +633,9 @@ kpf::IMessage* OutputEDIDViewModel::putInterfaceRefTiming(const kpf::IMessage* m
     {
         StateLock lock(*this);
         choice.interfaceId = m_curInterfaceInfo.interfaceId;
-        std::lock_guard<std::mutex> choiceLock(m_choiceMutex);
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_choiceMutex);
         m_interfaceRefTimingArry.assign(1, choice);
     }
 
