@@ -222,39 +222,48 @@ void OutputEDIDViewModel::adoptInterface(const s_InterfaceList& interface)
 }
 
 template <typename Timing>
-std::vector<Timing> OutputEDIDViewModel::startCommit(CommitQueue<Timing>& commits, const std::vector<Timing>& stored,
-                                                     std::uint64_t& sequence)
+OutputEDIDViewModel::Commit<Timing> OutputEDIDViewModel::startCommit(CommitQueue<Timing>& commits,
+                                                                     const std::vector<Timing>& stored)
 {
     std::lock_guard<std::mutex> lock(m_choiceMutex);
-    sequence = ++commits.started;
-    return stored;
+    return {++commits.started, stored};
 }
 
 template <typename Timing>
 void OutputEDIDViewModel::writeInTurn(CommitQueue<Timing>& commits, std::uint64_t sequence, std::vector<Timing> choice,
                                       const QMessageLogContext& commit)
 {
-    std::unique_lock<std::mutex> lock(m_choiceMutex);
-    if (commits.written > sequence) {
-        lock.unlock();
+    bool overtaken = false;
+    {
+        std::lock_guard<std::mutex> lock(m_choiceMutex);
+        overtaken = commits.written > sequence;
+    }
+    if (overtaken) {
         EDIDVM_WARNING_IN(commit) << OvertakenWarning;
         return;
     }
-    lock.unlock();
     showWaitingDialog(true);
-    // The showing was a send: a later commit may have written meanwhile.
-    lock.lock();
-    if (commits.written > sequence) {
-        lock.unlock();
+    {
+        // The showing was a send: a later commit may have written meanwhile.
+        // Checked and queued in one hold, so no copy waits behind a newer one
+        // already written.
+        std::lock_guard<std::mutex> lock(m_choiceMutex);
+        overtaken = commits.written > sequence;
+        if (!overtaken) {
+            commits.waiting.emplace(sequence, std::move(choice));
+            if (commits.writing)
+                return; // that writer writes this copy too, and hides its indicator
+            commits.writing = true;
+        }
+    }
+    if (overtaken) {
         showWaitingDialog(false);
         EDIDVM_WARNING_IN(commit) << OvertakenWarning;
         return;
     }
-    commits.waiting.emplace(sequence, std::move(choice));
-    if (commits.writing)
-        return; // that writer writes this copy too, and hides its indicator
-    commits.writing = true;
-    // Oldest first: a copy queued meanwhile is newer than any written.
+    // Oldest first, until none waits; copies queued meanwhile are newer than
+    // any written.
+    std::unique_lock<std::mutex> lock(m_choiceMutex);
     while (!commits.waiting.empty()) {
         const auto oldest = commits.waiting.begin();
         commits.written = oldest->first;
@@ -909,8 +918,7 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
 {
     // The commit works on its own copy: the 24-byte payload of the write is
     // that vector, read by the receiver during the command.
-    std::uint64_t sequence = 0;
-    std::vector<s_InterfaceThumbTiming> choice = startCommit(m_thumbCommits, m_interfaceTimingArry, sequence);
+    auto [sequence, choice] = startCommit(m_thumbCommits, m_interfaceTimingArry);
     if (choice.empty()) {
         EDIDVM_WARNING() << "m_interfaceTimingArry is empty";
         return;
@@ -972,8 +980,7 @@ void OutputEDIDViewModel::writeChoice(std::vector<s_InterfaceThumbTiming>& choic
 
 void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
 {
-    std::uint64_t sequence = 0;
-    std::vector<s_InterfacePresetTiming> choice = startCommit(m_referenceCommits, m_interfaceRefTimingArry, sequence);
+    auto [sequence, choice] = startCommit(m_referenceCommits, m_interfaceRefTimingArry);
     if (choice.empty()) {
         EDIDVM_WARNING() << "m_interfaceRefTimingArry is empty";
         return;

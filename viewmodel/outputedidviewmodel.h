@@ -143,12 +143,17 @@ protected:
         // Copies whose pre-check passed, by sequence number, not yet written.
         std::map<std::uint64_t, std::vector<Timing>> waiting;
     };
-    // A commit starts with a sequence number and a copy of the stored
-    // choice, taken together so that start order is the order of the
-    // choices copied.
+    // A commit's place in start order, and its copy of the stored choice.
     template <typename Timing>
-    std::vector<Timing> startCommit(CommitQueue<Timing>& commits, const std::vector<Timing>& stored,
-                                    std::uint64_t& sequence);
+    struct Commit
+    {
+        std::uint64_t sequence = 0;
+        std::vector<Timing> choice;
+    };
+    // Both taken together, so that start order is the order of the choices
+    // copied.
+    template <typename Timing>
+    Commit<Timing> startCommit(CommitQueue<Timing>& commits, const std::vector<Timing>& stored);
     // Writes the copy unless a commit of the same kind that started later
     // has written, which it checks before it shows the waiting indicator and
     // again before it queues the copy; then it logs a warning in the
