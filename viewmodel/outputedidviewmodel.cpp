@@ -42,6 +42,7 @@ constexpr int QuestionBoxType = 2;
 constexpr int CommitCheckTag = 3;
 
 const char ReentryWarning[] = "handler re-entered on a thread that holds the view model's lock; ignored";
+const char OvertakenWarning[] = "a later commit of this kind has already been written; this one is dropped";
 
 template <typename T>
 int sizeOf()
@@ -220,16 +221,59 @@ void OutputEDIDViewModel::adoptInterface(const s_InterfaceList& interface)
     m_curInterfaceType.store(interface.stAuxiliaryInfo.interfaceType);
 }
 
-std::vector<OutputEDIDViewModel::s_InterfaceThumbTiming> OutputEDIDViewModel::thumbChoice() const
+template <typename Timing>
+OutputEDIDViewModel::Commit<Timing> OutputEDIDViewModel::startCommit(CommitQueue<Timing>& commits,
+                                                                     const std::vector<Timing>& stored)
 {
     std::lock_guard<std::mutex> lock(m_choiceMutex);
-    return m_interfaceTimingArry;
+    return {++commits.started, stored};
 }
 
-std::vector<OutputEDIDViewModel::s_InterfacePresetTiming> OutputEDIDViewModel::referenceChoice() const
+template <typename Timing>
+void OutputEDIDViewModel::writeInTurn(CommitQueue<Timing>& commits, std::uint64_t sequence, std::vector<Timing> choice,
+                                      const QMessageLogContext& commit)
 {
-    std::lock_guard<std::mutex> lock(m_choiceMutex);
-    return m_interfaceRefTimingArry;
+    bool overtaken = false;
+    {
+        std::lock_guard<std::mutex> lock(m_choiceMutex);
+        overtaken = commits.written > sequence;
+    }
+    if (overtaken) {
+        EDIDVM_WARNING_IN(commit) << OvertakenWarning;
+        return;
+    }
+    showWaitingDialog(true);
+    {
+        // The showing was a send: a later commit may have written meanwhile.
+        // Checked and queued in one hold, so no copy waits behind a newer one
+        // already written.
+        std::lock_guard<std::mutex> lock(m_choiceMutex);
+        overtaken = commits.written > sequence;
+        if (!overtaken) {
+            commits.waiting.emplace(sequence, std::move(choice));
+            if (commits.writing)
+                return; // that writer writes this copy too, and hides its indicator
+            commits.writing = true;
+        }
+    }
+    if (overtaken) {
+        showWaitingDialog(false);
+        EDIDVM_WARNING_IN(commit) << OvertakenWarning;
+        return;
+    }
+    // Oldest first, until none waits; copies queued meanwhile are newer than
+    // any written.
+    std::unique_lock<std::mutex> lock(m_choiceMutex);
+    while (!commits.waiting.empty()) {
+        const auto oldest = commits.waiting.begin();
+        commits.written = oldest->first;
+        std::vector<Timing> next = std::move(oldest->second);
+        commits.waiting.erase(oldest);
+        lock.unlock();
+        writeChoice(next);
+        lock.lock();
+    }
+    commits.writing = false;
 }
 
 QByteArray OutputEDIDViewModel::fitText(const QByteArray& utf8, int fieldSize)
@@ -598,7 +642,9 @@ kpf::IMessage* OutputEDIDViewModel::putInterfaceRefTiming(const kpf::IMessage* m
     {
         StateLock lock(*this);
         choice.interfaceId = m_curInterfaceInfo.interfaceId;
-        std::lock_guard<std::mutex> choiceLock(m_choiceMutex);
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_choiceMutex);
         m_interfaceRefTimingArry.assign(1, choice);
     }
 
@@ -870,9 +916,9 @@ kpf::IMessage* OutputEDIDViewModel::setInterfaceEdidData(const kpf::IMessage* ms
 
 void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
 {
-    // The commit works on its own copy: the 24-byte payload below is this
-    // vector, read by the receiver during the command.
-    std::vector<s_InterfaceThumbTiming> choice = thumbChoice();
+    // The commit works on its own copy: the 24-byte payload of the write is
+    // that vector, read by the receiver during the command.
+    auto [sequence, choice] = startCommit(m_thumbCommits, m_interfaceTimingArry);
     if (choice.empty()) {
         EDIDVM_WARNING() << "m_interfaceTimingArry is empty";
         return;
@@ -912,9 +958,12 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
             return;
         }
     }
+    writeInTurn(m_thumbCommits, sequence, std::move(choice), EDIDVM_CONTEXT());
+}
 
+void OutputEDIDViewModel::writeChoice(std::vector<s_InterfaceThumbTiming>& choice)
+{
     std::uint8_t answer = 0;
-    showWaitingDialog(true);
     sendCommand(kpf::wireInt(msg::WriteThumb), sizeof choice, &choice, sizeof answer, &answer);
     showWaitingDialog(false);
     if (answer != 0) {
@@ -931,7 +980,7 @@ void OutputEDIDViewModel::setInterfaceThumingEdidToModel()
 
 void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
 {
-    std::vector<s_InterfacePresetTiming> choice = referenceChoice();
+    auto [sequence, choice] = startCommit(m_referenceCommits, m_interfaceRefTimingArry);
     if (choice.empty()) {
         EDIDVM_WARNING() << "m_interfaceRefTimingArry is empty";
         return;
@@ -956,9 +1005,12 @@ void OutputEDIDViewModel::setInterfaceDetailEdidToModel()
             return;
         }
     }
+    writeInTurn(m_referenceCommits, sequence, std::move(choice), EDIDVM_CONTEXT());
+}
 
+void OutputEDIDViewModel::writeChoice(std::vector<s_InterfacePresetTiming>& choice)
+{
     const std::int32_t writing = 1;
-    showWaitingDialog(true);
     sendEvent(kpf::wireInt(msg::WritingReference), sizeof writing, &writing);
     sendEvent(kpf::wireInt(msg::WriteReference), sizeof choice, &choice);
     showWaitingDialog(false);

@@ -10,6 +10,7 @@
 #include <QMessageLogContext>
 
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
@@ -130,10 +131,42 @@ protected:
     // refusal.
     bool assessEachScreen(const QList<s_ScreenDetailInfo>& screens, float refresh, std::int32_t width,
                           std::int32_t height);
-    // Copies of the stored choices, taken under m_choiceMutex: a commit sends
-    // its own copy, so a new choice may arrive meanwhile.
-    std::vector<s_InterfaceThumbTiming> thumbChoice() const;
-    std::vector<s_InterfacePresetTiming> referenceChoice() const;
+
+    // Commits of one kind, thumb or reference, in the order they started.
+    // Guarded by m_choiceMutex.
+    template <typename Timing>
+    struct CommitQueue
+    {
+        std::uint64_t started = 0; // sequence number of the latest commit started
+        std::uint64_t written = 0; // of the latest commit written; 0: none yet
+        bool writing = false;      // a thread is writing the waiting copies
+        // Copies whose pre-check passed, by sequence number, not yet written.
+        std::map<std::uint64_t, std::vector<Timing>> waiting;
+    };
+    // A commit's place in start order, and its copy of the stored choice.
+    template <typename Timing>
+    struct Commit
+    {
+        std::uint64_t sequence = 0;
+        std::vector<Timing> choice;
+    };
+    // Both taken together, so that start order is the order of the choices
+    // copied.
+    template <typename Timing>
+    Commit<Timing> startCommit(CommitQueue<Timing>& commits, const std::vector<Timing>& stored);
+    // Writes the copy unless a commit of the same kind that started later
+    // has written, which it checks before it shows the waiting indicator and
+    // again before it queues the copy; then it logs a warning in the
+    // commit's context and sends nothing more. Queued copies are written
+    // oldest first by one thread at a time: this one if no write of the kind
+    // is under way, otherwise the thread writing (this very thread, when
+    // nested in its own write). No thread waits for another.
+    template <typename Timing>
+    void writeInTurn(CommitQueue<Timing>& commits, std::uint64_t sequence, std::vector<Timing> choice,
+                     const QMessageLogContext& commit);
+    // One write, the indicator hidden again, and what follows the write.
+    void writeChoice(std::vector<s_InterfaceThumbTiming>& choice);
+    void writeChoice(std::vector<s_InterfacePresetTiming>& choice);
 
     template <kpf::IMessage* (OutputEDIDViewModel::*Handler)(const kpf::IMessage*)>
     LCD::Message::MessageHandlerFunc bind()
@@ -153,6 +186,8 @@ protected:
     std::atomic<std::thread::id> m_mutexOwner{};
     // Taken inside m_mutex where both are needed, never the other way round.
     mutable std::mutex m_choiceMutex;
+    CommitQueue<s_InterfaceThumbTiming> m_thumbCommits;
+    CommitQueue<s_InterfacePresetTiming> m_referenceCommits;
     // Copies of fields of m_curInterfaceInfo for the readers that take no
     // lock; written together with it.
     std::atomic<std::int32_t> m_curInterfaceId{0};

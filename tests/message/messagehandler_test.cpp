@@ -84,6 +84,7 @@ public:
     }
 
     using MessageHandler::postEvent;
+    using MessageHandler::registerCommand;
     using MessageHandler::registerEvent;
     using MessageHandler::sendCommand;
     using MessageHandler::sendEvent;
@@ -239,7 +240,17 @@ TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
                                              "service eventdispatcher is missing, event not sent: 0xFC00060B"));
     EXPECT_THAT(capture.messages().at(0).function, HasSubstr("LCD::Message::MessageHandler::registerEvent"));
     EXPECT_THAT(reply, ElementsAre(9, 9, 9, 9));
-    EXPECT_EQ(component.registerEvent(kpf::wireInt(EventB), {}), -1) << "nothing was subscribed";
+    // Nothing subscribed: either registration returns -1.
+    struct Registering
+    {
+        const char* name;
+        int (TestComponent::*registration)(int, LCD::Message::MessageHandlerFunc);
+        std::uint32_t number;
+    };
+    const Registering registrations[] = {{"command", &TestComponent::registerCommand, CommandA},
+                                         {"event", &TestComponent::registerEvent, EventB}};
+    for (const Registering& registering : registrations)
+        EXPECT_EQ((component.*registering.registration)(kpf::wireInt(registering.number), {}), -1) << registering.name;
     EXPECT_THAT(host.subscriptions().calls(), IsEmpty());
     EXPECT_THAT(host.recorder().messages(), IsEmpty());
     // The tables were filled all the same: direct deliveries still route.

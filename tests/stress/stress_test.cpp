@@ -1,8 +1,14 @@
+#include "framework/idispatchers.h"
+#include "framework/ihostapi.h"
+#include "framework/imessagehandler.h"
 #include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
+#include <QtGlobal>
+
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
@@ -224,6 +230,166 @@ TEST_P(StressTest, MixedDeliveriesRacingTheStartLeaveASequentialState)
         EXPECT_EQ(text.find("re-entered"), std::string::npos) << text;
 }
 INSTANTIATE_TEST_SUITE_P(Rounds, StressTest, ::testing::Range(0, 16));
+
+// Our host's own locks (the recorder's, the dispatchers', the warning
+// capture's) order the component's racing accesses for a race detector, as
+// the device's host would not. These services take no lock and share
+// nothing writable between threads: what the component sends goes to the
+// sending thread's own log.
+struct ThreadLog
+{
+    int shown = 0, hidden = 0;
+    std::vector<Bytes> thumbs, references; // the timings written
+};
+thread_local ThreadLog* t_log = nullptr;
+
+class BareHost final : public kpf::IHostApi,
+                       public kpf::ICommandDispatcher,
+                       public kpf::IEventDispatcher,
+                       public kpf::IMessageCenter
+{
+public:
+    explicit BareHost(const std::vector<s_InterfaceList>& interfaces) : m_interfaces(interfaces) {}
+
+    // No configuration services: every choice is committed at once.
+    void* findService(const char* name) override
+    {
+        const std::string wanted = name;
+        if (wanted == "commanddispatcher")
+            return static_cast<kpf::ICommandDispatcher*>(this);
+        if (wanted == "eventdispatcher")
+            return static_cast<kpf::IEventDispatcher*>(this);
+        return wanted == "kpf_default_messagecenter" ? static_cast<kpf::IMessageCenter*>(this) : nullptr;
+    }
+    kpf::IMessage* createMessage(int number, int size, const void* data, const char*) override
+    {
+        return new host::HostMessage(Event, number, size, data, "bare");
+    }
+    kpf::IMessage* createMessage(int number, const char*, int size, const void* data, int) override
+    {
+        return new host::HostMessage(kpf::MessageKindCommand, number, size, data, "bare");
+    }
+    // Only messages: no command is answered with a reply, and no check
+    // with a verdict, so every check passes.
+    void release(void** object) override { delete static_cast<host::HostMessage*>(*object); }
+    int send(kpf::IMessage** message, kpf::IResponse** response, int) override
+    {
+        *response = nullptr;
+        const kpf::IMessage& command = **message;
+        const std::uint32_t number = kpf::wireWord(command.number());
+        if (auto* query = number == msg::InterfaceDetail
+                              ? host::payloadAddress<QueryInfo<s_InterfaceDetailInfo>>(command)
+                              : nullptr)
+            query->info.stInterfaceListArry = m_interfaces;
+        if (number == msg::WriteThumb)
+            t_log->thumbs.push_back(bytesOf(
+                static_cast<const std::vector<s_InterfaceThumbTiming>*>(command.data())->front().stThumbTiming));
+        return 0;
+    }
+    void post(kpf::IMessage** message) override { delete static_cast<host::HostMessage*>(*message); }
+    void send(kpf::IMessage** message, int) override
+    {
+        const std::unique_ptr<host::HostMessage> event(static_cast<host::HostMessage*>(*message));
+        const std::uint32_t number = kpf::wireWord(event->number());
+        t_log->shown += number == msg::ShowWaiting;
+        t_log->hidden += number == msg::HideWaiting;
+        if (number == ReferenceWrite)
+            t_log->references.push_back(bytesOf(
+                static_cast<const std::vector<s_InterfacePresetTiming>*>(event->data())->front().stTimingDetail));
+    }
+    int subscribe(int, const std::string&) override { return 0; }
+    void reservedSlot0() override {}
+    void reservedSlot1() override {}
+    void reservedSlot2() override {}
+    void reservedSlot3() override {}
+
+private:
+    const std::vector<s_InterfaceList>& m_interfaces;
+};
+
+void deliverBare(kpf::IMessageHandler* component, std::uint32_t number, int size, const void* data)
+{
+    const int kind = number == InterfaceType ? kpf::MessageKindCommand : Event;
+    const host::HostMessage message(kind, kpf::wireInt(number), size, data, "bare");
+    delete static_cast<const host::HostMessage*>(component->handleMessage(&message));
+}
+
+// Two deliveries raced, each on two threads, with nothing but the
+// component's own locks between them: deleting one of them is a data race
+// that ThreadSanitizer reports, which fails the test.
+TEST(BareStressTest, EachLockedHandlerRacesAWriterOfWhatItGuards)
+{
+    Traffic traffic;
+    BareHost bare(traffic.records);
+    host::Host host;
+    ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();
+    host.callPluginit(&bare);
+    ASSERT_TRUE(host.readDescription());
+    kpf::IMessageHandler* component = host.createComponent(0);
+    ASSERT_NE(component, nullptr) << host.error();
+    // A handler that takes no lock either: the warnings go nowhere.
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    ThreadLog logs[5];
+    t_log = &logs[4];
+    deliverBare(component, kpf::wireWord(kpf::MessageStart), 0, nullptr);
+
+    using D = std::tuple<std::uint32_t, int, const void*>;
+    const D current(SetCurrent, 840, &traffic.records[1]);
+    struct Race
+    {
+        const char* name;
+        D even, odd; // what the even and the odd threads deliver
+    };
+    const Race races[] = {
+        {"current interface", D(SetCurrent, 840, &traffic.records[0]), current},
+        {"SDI record", D(msg::SdiInterface, 16, &traffic.sdi), D(msg::SdiInterface, 16, &traffic.sdi)},
+        {"refresh", D(GetTiming, 0, nullptr), current},
+        {"selected interface", D(msg::SelectedInterfaceTiming, 0, nullptr), current},
+        {"thumb check", D(msg::ThumbCheckRequest, 8, &traffic.thumbCheckAddress), current},
+        {"detail check", D(msg::DetailCheckRequest, 8, &traffic.detailCheckAddress), current},
+        {"changed reference timings", D(msg::ChangedReferenceTimings, 24, &traffic.changedRefs), current},
+        {"changed thumb timings", D(msg::ChangedThumbTimings, 24, &traffic.changedThumbs), current},
+        {"reference choice", D(msg::ReferenceChoice, 68, &traffic.references[0]), current},
+        {"reference publication", D(msg::PublishReference, 0, nullptr), current},
+        {"reference choice and publication", D(msg::PublishReference, 0, nullptr),
+         D(msg::ReferenceChoice, 68, &traffic.references[1])},
+        {"thumb choices", D(msg::ThumbChoice, 40, &traffic.thumbs[0]), D(msg::ThumbChoice, 40, &traffic.thumbs[1])},
+        {"thumb choice and answer", D(msg::ThumbChoice, 40, &traffic.thumbs[2]),
+         D(BoxAnswer, 556, &traffic.answers[0])},
+        {"reference choice and answer", D(msg::ReferenceChoice, 68, &traffic.references[2]),
+         D(BoxAnswer, 556, &traffic.answers[1])},
+    };
+    for (const Race& race : races)
+        together(4, [&](int t) {
+            t_log = &logs[t];
+            const auto& [number, size, data] = t % 2 == 0 ? race.even : race.odd;
+            // Yielding interleaves the threads on few cores.
+            for (int i = 0; i < 200; ++i, std::this_thread::yield())
+                deliverBare(component, number, size, data);
+        });
+    qInstallMessageHandler(previous);
+
+    // Every indicator shown was hidden, by whichever thread wrote, and
+    // every timing written is one that was chosen, whole.
+    std::set<Bytes> chosen;
+    for (int i = 0; i < Records; ++i)
+        chosen.insert({bytesOf(traffic.thumbs[i].stThumbTiming), bytesOf(traffic.references[i].stTimingDetail)});
+    int shown = 0, hidden = 0;
+    std::size_t written[2] = {0, 0};
+    for (const ThreadLog& log : logs) {
+        shown += log.shown;
+        hidden += log.hidden;
+        written[0] += log.thumbs.size();
+        written[1] += log.references.size();
+        for (const std::vector<Bytes>* timings : {&log.thumbs, &log.references})
+            for (const Bytes& timing : *timings)
+                EXPECT_EQ(chosen.count(timing), 1u);
+    }
+    EXPECT_EQ(shown, hidden);
+    EXPECT_GT(written[0], 0u);
+    EXPECT_GT(written[1], 0u);
+}
 
 } // namespace
 } // namespace test
