@@ -9,6 +9,7 @@
 #include "protomodel/configrecords.h"
 #include "protomodel/messageids.h"
 #include "protomodel/queryinfo.h"
+#include "sim/messages.h"
 #include "viewmodel/outputedidviewmodel.h"
 
 #include <QtGlobal>
@@ -20,6 +21,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace msg = LCD::MessageId;
@@ -97,34 +99,6 @@ constexpr std::uint32_t Handled[16] = {
 const std::uint32_t Reserved[5] = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
 // Sent by the component, never handled by it.
 const std::uint32_t Foreign[4] = {msg::InterfaceDetail, msg::ThumbCheckResults, msg::WriteThumb, msg::Confirmation};
-
-// The contract length of each message the component sends.
-const std::map<std::uint32_t, int> SentSizes = {{msg::InterfaceDetail, 8},
-                                                {msg::ThumbCheck, 8},
-                                                {msg::DetailCheck, 8},
-                                                {msg::Screens, 8},
-                                                {msg::Subcards, 8},
-                                                {msg::Assess, 8},
-                                                {msg::SelectedInterface, 0},
-                                                {msg::DeviceParam, 0},
-                                                {msg::AdoptedInterface, 4},
-                                                {msg::DetailTiming, 56},
-                                                {msg::ThumbTiming, 28},
-                                                {msg::TimingNotice, 16},
-                                                {msg::ThumbCheckResults, 24},
-                                                {msg::DetailCheckResults, 24},
-                                                {msg::ChangedDetail, 56},
-                                                {msg::ChangedThumb, 28},
-                                                {msg::Confirmation, 556},
-                                                {msg::CommittedThumb, 28},
-                                                {msg::InUse, 1},
-                                                {msg::AssessFailed, 4},
-                                                {msg::PreCheck, 44},
-                                                {msg::WriteThumb, 24},
-                                                {msg::WritingReference, 4},
-                                                {msg::WriteReference, 24},
-                                                {msg::HideWaiting, 0},
-                                                {msg::MessageBox, 556}};
 // The length of each plain-record payload.
 const std::map<std::uint32_t, int> RecordSizes = {
     {msg::SdiInterface, 16}, {msg::ThumbChoice, 40}, {msg::ReferenceChoice, 68}, {msg::BoxAnswer, 556}};
@@ -177,7 +151,30 @@ s_TimigCheckResult readVerdict(Reader& r)
     return v;
 }
 
-// What the stand-ins answer.
+s_ScreenDetailInfo readScreen(Reader& r)
+{
+    s_ScreenDetailInfo s;
+    s.screenId = r.u8();
+    s.screenIndex = r.u32();
+    s.stGeneral.genText0 = r.text();
+    s.stOutputDetailArry = r.list<s_OutputDetail>(4, [](Reader& in) {
+        s_OutputDetail output;
+        output.interfaceId = in.small();
+        return output;
+    });
+    return s;
+}
+
+s_SubcardInfo readSubcard(Reader& r)
+{
+    s_SubcardInfo s{r.small(), {}, {}};
+    s.stConnectorArry = r.list<s_SubcardConnector>(4, [](Reader& in) {
+        return s_SubcardConnector{in.small(), {}, in.small(), {}};
+    });
+    return s;
+}
+
+// What the stand-ins answer, in the order the input gives it.
 struct World
 {
     std::vector<s_InterfaceList> interfaces;
@@ -194,29 +191,8 @@ World readWorld(Reader& r)
 {
     World w;
     w.interfaces = r.list<s_InterfaceList>(9, readInterface);
-    w.screens = r.list<s_ScreenDetailInfo>(5, [](Reader& in) {
-        s_ScreenDetailInfo s;
-        s.screenId = in.u8();
-        s.screenIndex = in.u32();
-        s.stGeneral.genText0 = in.text();
-        s.stOutputDetailArry = in.list<s_OutputDetail>(4, [](Reader& o) {
-            s_OutputDetail output;
-            output.interfaceId = o.small();
-            return output;
-        });
-        return s;
-    });
-    w.subcards = r.list<s_SubcardInfo>(4, [](Reader& in) {
-        s_SubcardInfo s;
-        s.slotId = in.small();
-        s.stConnectorArry = in.list<s_SubcardConnector>(4, [](Reader& c) {
-            s_SubcardConnector connector;
-            connector.connectorId = c.small();
-            connector.connectorKey = c.small();
-            return connector;
-        });
-        return s;
-    });
+    w.screens = r.list<s_ScreenDetailInfo>(5, readScreen);
+    w.subcards = r.list<s_SubcardInfo>(4, readSubcard);
     w.verdicts = r.list<s_TimigCheckResult>(5, readVerdict);
     w.assessments = r.list<s_AssessResult>(3, [](Reader& in) { return s_AssessResult{0, in.small()}; });
     w.selected = r.small();
@@ -287,53 +263,52 @@ void standIn(Run& run, std::uint32_t number, Answer answer)
     });
 }
 
-// The component always sends a real envelope; anything else is a fault.
+// The data of the envelope a query carries, its filter called when asked;
+// the component always sends a real envelope, anything else is a fault.
 template <typename Data>
-Data& envelope(const kpf::IMessage& command, bool filtered = false)
+Data& envelope(Run& run, const kpf::IMessage& command, std::map<std::string, std::string>* params = nullptr)
 {
-    auto* query = edidvm::host::payloadAddress<QueryInfo<Data>>(command);
+    // Answered in an envelope of the host's when the host answers elsewhere.
+    auto* query = run.host.answerEnvelope<QueryInfo<Data>>(command, std::is_same_v<Data, s_InterfaceDetailInfo>);
     if (query == nullptr)
         fail("query without its envelope", kpf::wireWord(command.number()));
-    std::map<std::string, std::string> params;
-    if (filtered && query->filter)
-        query->filter(params);
+    if (params != nullptr && query->filter)
+        query->filter(*params);
     return query->info;
+}
+
+// Answers with a copy of a list of the world, shaped by the mood.
+template <typename Data, typename T>
+void listStandIn(Run& run, std::uint32_t number, std::vector<T> Data::*field, const std::vector<T>& list,
+                 bool filtered = false)
+{
+    standIn(run, number, [&run, field, &list, filtered](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
+        std::map<std::string, std::string> params;
+        envelope<Data>(run, c, filtered ? &params : nullptr).*field = shaped(list, mood);
+        return std::nullopt;
+    });
 }
 
 void installStandIns(Run& run)
 {
     World& w = run.world;
     standIn(run, msg::InterfaceDetail, [&w, &run](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-        // Answered in an envelope of the host's when the host answers elsewhere.
-        auto* q = run.host.answerEnvelope<QueryInfo<s_InterfaceDetailInfo>>(c, true);
-        if (q == nullptr)
-            fail("query without its envelope", msg::InterfaceDetail);
         std::map<std::string, std::string> params;
-        if (q->filter)
-            q->filter(params);
+        auto& list = envelope<s_InterfaceDetailInfo>(run, c, &params).stInterfaceListArry;
         const auto wanted = params.find("interfaceId");
         for (const s_InterfaceList& e : shaped(w.interfaces, mood)) {
             // A doubled answer ignores the filter as well.
             if (mood == Mood::Doubled || wanted == params.end() || wanted->second == std::to_string(e.interfaceId))
-                q->info.stInterfaceListArry.push_back(e);
+                list.push_back(e);
         }
         return mood == Mood::WrongSize ? std::optional<Bytes>(Bytes(3, 0x5A)) : std::nullopt;
     });
-    standIn(run, msg::Screens, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-        envelope<s_ScreenDetail>(c, true).stScreenDetailInfoArry = shaped(w.screens, mood);
-        return std::nullopt;
-    });
-    standIn(run, msg::Subcards, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-        envelope<s_SubcardQuery>(c).stSubcardInfoArry = shaped(w.subcards, mood);
-        return std::nullopt;
-    });
-    for (std::uint32_t check : {msg::ThumbCheck, msg::DetailCheck})
-        standIn(run, check, [&w](const kpf::IMessage& c, Mood mood) -> std::optional<Bytes> {
-            envelope<s_TimigCheckQuery>(c).stCheckResultArry = shaped(w.verdicts, mood);
-            return std::nullopt;
-        });
-    standIn(run, msg::Assess, [&w](const kpf::IMessage& c, Mood mood) {
-        envelope<s_TimingAssessQuery>(c).stAssessResultArry = shaped(w.assessments, mood);
+    listStandIn(run, msg::Screens, &s_ScreenDetail::stScreenDetailInfoArry, w.screens, true);
+    listStandIn(run, msg::Subcards, &s_SubcardQuery::stSubcardInfoArry, w.subcards);
+    listStandIn(run, msg::ThumbCheck, &s_TimigCheckQuery::stCheckResultArry, w.verdicts);
+    listStandIn(run, msg::DetailCheck, &s_TimigCheckQuery::stCheckResultArry, w.verdicts);
+    standIn(run, msg::Assess, [&w, &run](const kpf::IMessage& c, Mood mood) {
+        envelope<s_TimingAssessQuery>(run, c).stAssessResultArry = shaped(w.assessments, mood);
         return reply(mood, &w.carriedOut, 1);
     });
     standIn(run, msg::WriteThumb, [&run](const kpf::IMessage& c, Mood mood) {
@@ -351,11 +326,12 @@ void installStandIns(Run& run)
     run.host.subcardConfig().setAnswer(
         [&run](std::int32_t, std::int32_t, std::int32_t) { return shaped(run.world.related, run.mood()); });
 
-    // Every send keeps its contract length; vector payloads are read while
-    // they are valid.
+    // Every send keeps the length the message table gives it; vector
+    // payloads are read while they are valid.
     run.host.recorder().setHook([&run](const edidvm::host::SentMessage& sent, const void* data) {
-        const auto expected = SentSizes.find(sent.number);
-        if (expected != SentSizes.end() && expected->second != sent.size)
+        const edidvm::sim::MessageInfo* info = edidvm::sim::findMessage(sent.number);
+        if (info != nullptr && info->direction == edidvm::sim::Direction::Out && info->size >= 0 &&
+            info->size != sent.size)
             fail("sent with a wrong length", sent.number);
         if ((sent.number == msg::ThumbCheckResults || sent.number == msg::DetailCheckResults) && data != nullptr)
             for (const s_TimigCheckResult& v : *static_cast<const s_TimigCheckResultArry*>(data))
@@ -393,6 +369,7 @@ void deliver(Run& run, int kind, std::uint32_t number, int size, const void* dat
         fail("unexpected reply", number);
 }
 
+// A vector object of up to five timings as the payload.
 template <typename T, typename Read>
 void deliverVector(Run& run, int kind, std::uint32_t number, Reader& body, Read read)
 {

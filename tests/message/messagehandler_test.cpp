@@ -126,11 +126,12 @@ protected:
     edidvm::host::Host host;
 };
 
-// Duplicates and reserved numbers too.
-TEST_F(MessageHandlerTest, EveryRegistrationSubscribes)
+// Duplicates and reserved numbers too; the first handler of a number stays.
+TEST_F(MessageHandlerTest, EveryRegistrationSubscribesAndTheFirstHandlerStays)
 {
-    const std::vector<TestComponent::Registration> table = {
-        {false, EventA, 1}, {true, CommandA, 2}, {false, EventA, 5}, {false, 0xFFFF0001u, 9}, {true, 0xFFFFFFFFu, 9}};
+    const std::vector<TestComponent::Registration> table = {{false, EventA, 1},      {true, CommandA, 2},
+                                                            {false, EventA, 5},      {true, CommandA, 6},
+                                                            {false, 0xFFFF0001u, 9}, {true, 0xFFFFFFFFu, 9}};
     TestComponent component(table);
     host.start(&component);
     const auto calls = host.subscriptions().calls();
@@ -142,32 +143,9 @@ TEST_F(MessageHandlerTest, EveryRegistrationSubscribes)
         EXPECT_EQ(calls[i].sender, "test");
         EXPECT_EQ(calls[i].component, &component);
     }
-}
-
-TEST_F(MessageHandlerTest, ReservedNumbersNeverReachAHandler)
-{
-    struct Reserved
-    {
-        const char* name;
-        std::uint32_t number;
-    };
-    const Reserved reserved[] = {{"reserved 1", 0xFFFF0001u},
-                                 {"reserved 2", 0xFFFF0002u},
-                                 {"reserved 3", 0xFFFFFFFEu},
-                                 {"reserved 4", 0xFFFFFFFFu}};
-    // 0xFFFF0003 and 0xFFFFFFFD, next to the reserved ones, are ordinary.
-    std::vector<TestComponent::Registration> table = {{false, 0xFFFF0003u, 3}, {false, 0xFFFFFFFDu, 4}};
-    for (const Reserved& entry : reserved)
-        for (bool command : {true, false})
-            table.push_back({command, entry.number, 9});
-    TestComponent component(table);
-    host.start(&component);
-    for (const Reserved& entry : reserved)
-        for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent})
-            EXPECT_FALSE(host.deliver(&component, kind, entry.number, 0, nullptr)) << entry.name;
-    host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
-    host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
-    EXPECT_THAT(component.tags, ElementsAre(3, 4));
+    EXPECT_FALSE(host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr));
+    EXPECT_EQ(host.deliver(&component, kpf::MessageKindCommand, CommandA, 0, nullptr), (Bytes{2, 0, 0, 0}));
+    EXPECT_THAT(component.tags, ElementsAre(1, 2));
 }
 
 TEST_F(MessageHandlerTest, TheStartMessageRunsOnInitWhateverItsKind)
@@ -180,26 +158,39 @@ TEST_F(MessageHandlerTest, TheStartMessageRunsOnInitWhateverItsKind)
     EXPECT_THAT(component.tags, IsEmpty());
 }
 
-// The kind chooses the table before the number is looked up.
-TEST_F(MessageHandlerTest, AMessageReachesOnlyANonEmptyHandlerOfItsKind)
+// Reserved numbers never reach a handler, registered or not; the kind
+// chooses the table before the number is looked up. 0xFFFF0003 and
+// 0xFFFFFFFD, next to the reserved ones, are ordinary.
+TEST_F(MessageHandlerTest, AMessageReachesOnlyANonEmptyHandlerOfItsKindAndNumber)
 {
-    TestComponent component({{false, EventA, 1}, {true, CommandA, 2}, {false, EventB, -1}});
-    host.start(&component);
+    std::vector<TestComponent::Registration> table = {
+        {false, EventA, 1}, {true, CommandA, 2}, {false, EventB, -1}, {false, 0xFFFF0003u, 3}, {false, 0xFFFFFFFDu, 4}};
     struct Unrouted
     {
         const char* name;
         int kind;
         std::uint32_t number;
     };
-    const Unrouted unrouted[] = {{"command kind, event number", kpf::MessageKindCommand, EventA},
-                                 {"event kind, command number", kpf::MessageKindEvent, CommandA},
-                                 {"kind 0", 0, EventA},
-                                 {"unknown kind", kpf::wireInt(0xF0000003u), EventA},
-                                 {"kind -1", -1, EventA},
-                                 {"empty handler", kpf::MessageKindEvent, EventB}};
+    std::vector<Unrouted> unrouted = {{"command kind, event number", kpf::MessageKindCommand, EventA},
+                                      {"event kind, command number", kpf::MessageKindEvent, CommandA},
+                                      {"kind 0", 0, EventA},
+                                      {"unknown kind", kpf::wireInt(0xF0000003u), EventA},
+                                      {"kind -1", -1, EventA},
+                                      {"empty handler", kpf::MessageKindEvent, EventB}};
+    for (std::uint32_t reserved : {0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu})
+        for (bool command : {true, false}) {
+            table.push_back({command, reserved, 9});
+            unrouted.push_back({"reserved", command ? kpf::MessageKindCommand : kpf::MessageKindEvent, reserved});
+        }
+    TestComponent component(table);
+    host.start(&component);
     for (const Unrouted& message : unrouted)
-        EXPECT_FALSE(host.deliver(&component, message.kind, message.number, 0, nullptr)) << message.name;
+        EXPECT_FALSE(host.deliver(&component, message.kind, message.number, 0, nullptr))
+            << message.name << " " << std::hex << message.number;
     EXPECT_THAT(component.tags, IsEmpty());
+    host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
+    host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
+    EXPECT_THAT(component.tags, ElementsAre(3, 4));
 }
 
 TEST_F(MessageHandlerTest, ANullMessageIsIgnored)
@@ -209,15 +200,6 @@ TEST_F(MessageHandlerTest, ANullMessageIsIgnored)
     EXPECT_EQ(component.handleMessage(nullptr), nullptr);
     EXPECT_EQ(component.processMsg(kpf::wireInt(EventA), nullptr), nullptr) << "the host may call it directly";
     EXPECT_THAT(component.tags, IsEmpty());
-}
-
-TEST_F(MessageHandlerTest, TheFirstHandlerOfANumberStays)
-{
-    TestComponent component({{false, EventA, 1}, {true, CommandA, 2}, {false, EventA, 5}, {true, CommandA, 6}});
-    host.start(&component);
-    EXPECT_FALSE(host.deliver(&component, kpf::MessageKindEvent, EventA, 0, nullptr));
-    EXPECT_EQ(host.deliver(&component, kpf::MessageKindCommand, CommandA, 0, nullptr), (Bytes{2, 0, 0, 0}));
-    EXPECT_THAT(component.tags, ElementsAre(1, 2));
 }
 
 TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)

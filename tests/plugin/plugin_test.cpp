@@ -25,15 +25,20 @@ Result callSlot(const void* object, int slot, Args... args)
 // The library's API holder lives as long as the library: each case reopens it.
 TEST(Plugin, PluginitBeforeAfterAndTwice)
 {
-    // pluginit before / with null before / again after the first component;
-    // the lookups each API then saw.
-    const std::tuple<bool, bool, bool, std::vector<std::string>, std::vector<std::string>> cases[] = {
-        {false, false, false, {}, {}},
-        {true, false, false, ServiceLookups, {}},
-        {true, false, true, ServiceLookups, ServiceLookups},
-        {false, true, false, {}, {}},
+    struct Case
+    {
+        const char* name;
+        bool before, nullBefore, twice;         // pluginit before, with null before, again after the first component
+        std::vector<std::string> first, second; // the lookups each API then saw
     };
-    for (const auto& [before, nullBefore, twice, first, second] : cases) {
+    const Case cases[] = {
+        {"pluginit never", false, false, false, {}, {}},
+        {"pluginit before", true, false, false, ServiceLookups, {}},
+        {"pluginit before and again after", true, false, true, ServiceLookups, ServiceLookups},
+        {"pluginit(nullptr) before", false, true, false, {}, {}},
+    };
+    for (const auto& [name, before, nullBefore, twice, first, second] : cases) {
+        SCOPED_TRACE(name);
         Host host;
         HostApi secondApi;
         ASSERT_TRUE(host.open(EDIDVM_PLUGIN_PATH)) << host.error();

@@ -1,10 +1,14 @@
-// Current interface, timing retrieval and timing checks, through the real library.
+// The handlers' payload checks and the two timing checks, through the real
+// library, on every host variation that copies, lends or answers elsewhere.
 
 #include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
 #include <gmock/gmock.h>
 
+#include <cstring>
+
+#include <functional>
 #include <limits>
 
 namespace msg = LCD::MessageId;
@@ -17,7 +21,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-constexpr std::uint32_t SetCurrent = msg::SetCurrentInterface;
 const char ThumbFrameWarning[] = "check array not find cur frame";
 const char DetailFrameWarning[] = "not find frame in check array";
 
@@ -25,13 +28,6 @@ const char DetailFrameWarning[] = "not find frame in check array";
 s_ThumbTimigCheck thumbCheck(std::int32_t width, std::int32_t height, float refresh, std::int32_t tag = 0)
 {
     return {55, tag, {7, refresh, width, height, 8, 9, 10}, 999, 998};
-}
-
-s_DetailTimigCheck detailCheck(std::int32_t tag)
-{
-    s_DetailTimigCheck check{55, tag, {}, 999, 998};
-    check.stTimingDetail.height = 1080 + tag;
-    return check;
 }
 
 s_TimigCheckResult result(std::int32_t interfaceId, std::uint32_t mark, std::vector<std::int32_t> frameRates)
@@ -55,7 +51,7 @@ protected:
         if (thumb)
             requestChecks({thumbCheck(1920, 1080, 60.0f)});
         else
-            requestChecks({}, {detailCheck(0)});
+            requestChecks({}, {s_DetailTimigCheck{}});
     }
 
     // One text per result event, "if1#1 if2#2": tells results apart.
@@ -79,8 +75,11 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
     // The check requests carry a usable envelope's address, the rest zeros.
     QueryInfo<s_TimigCheckQuery> envelope;
     envelope.info.stThumbCheckArry = {thumbCheck(1920, 1080, 60.0f)};
-    envelope.info.stDetailCheckArry = {detailCheck(0)};
+    envelope.info.stDetailCheckArry = {s_DetailTimigCheck{}};
     QueryInfo<s_TimigCheckQuery>* address = &envelope;
+    // One byte too many must be readable too: the address, then zeros.
+    unsigned char addressBytes[sizeof address + 1] = {};
+    std::memcpy(addressBytes, &address, sizeof address);
     const unsigned char zeros[1000] = {};
     device.interfaces = {makeInterface(0)};
     struct Handler
@@ -92,27 +91,21 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
         const char* warning;
     };
     const Handler handlers[] = {
-        {"current interface", SetCurrent, zeros, 840, "set current interface info error"},
-        {"thumb check", msg::ThumbCheckRequest, &address, 8, "msg data is null."},
-        {"detail check", msg::DetailCheckRequest, &address, 8, "msg data is null."},
+        {"current interface", msg::SetCurrentInterface, zeros, 840, "set current interface info error"},
+        {"SDI record", msg::SdiInterface, zeros, 16, "command does not correct."},
+        {"thumb check", msg::ThumbCheckRequest, addressBytes, 8, "msg data is null."},
+        {"detail check", msg::DetailCheckRequest, addressBytes, 8, "msg data is null."},
         {"thumb choice", msg::ThumbChoice, zeros, 40, "req does not matches."},
         {"reference choice", msg::ReferenceChoice, zeros, 68, "req does not matches."},
         {"changed reference timings", msg::ChangedReferenceTimings, zeros, 24, "resp does not matches."},
         {"changed thumb timings", msg::ChangedThumbTimings, zeros, 24, "resp does not matches."},
         {"box answer", msg::BoxAnswer, zeros, 556, "Msg does not matches."},
     };
-    struct Fault
-    {
-        const char* name;
-        int extraBytes;
-        bool noData;
-    };
-    const Fault faults[] = {{"one byte short", -1, false}, {"one byte too many", 1, false}, {"no data", 0, true}};
     for (const Handler& handler : handlers) {
-        for (const Fault& fault : faults) {
-            SCOPED_TRACE(std::string(handler.name) + ", " + fault.name);
+        for (const int extra : {-1, 1, 0}) { // bytes too many; 0: no data
+            SCOPED_TRACE(std::string(handler.name) + (extra == 0 ? ", no data" : ", size " + std::to_string(extra)));
             reset();
-            host.event(handler.number, fault.noData ? nullptr : handler.data, handler.size + fault.extraBytes);
+            host.event(handler.number, extra != 0 ? handler.data : nullptr, handler.size + extra);
             EXPECT_EQ(warnings(), Trace{handler.warning});
             EXPECT_THAT(sent(), IsEmpty());
         }
@@ -120,23 +113,70 @@ TEST_P(InterfaceTest, MalformedPayloadsAreRefusedWithTheirHandlersWarning)
     EXPECT_EQ(host.command(msg::InterfaceType, nullptr, 0), bytesOf<std::int32_t>(0)) << "no interface was set";
 }
 
-// Category, file, line and function, in every build type.
-TEST_P(InterfaceTest, AWarningCarriesItsWholeContext)
+using CheckRoadTest = InterfaceTest;
+
+// Each road that stops a check logs its warnings in the handler's own
+// function, though a shared helper logs them (the simulator's traces show
+// the function): a null envelope, no checks, the current interface not
+// listed or the query failing (logged where it failed first).
+TEST_F(CheckRoadTest, EachRoadThatStopsACheckLogsItsWarningsInTheHandler)
 {
-    host.event(SetCurrent, nullptr, 0);
-    ASSERT_EQ(capture.messages().size(), 1u);
-    const LoggedMessage logged = capture.messages().front();
-    EXPECT_EQ(logged.type, QtWarningMsg);
-    EXPECT_EQ(logged.category, "default");
-    EXPECT_EQ(logged.file, "outputedidviewmodel.cpp");
-    EXPECT_GT(logged.line, 0);
-    EXPECT_THAT(logged.function, HasSubstr("Model::OutputEDIDViewModel::setCurrentInterfaceInfo(const kpf::IMessage"));
+    const char queryFailed[] = "get interface detail fail.";
+    QueryInfo<s_TimigCheckQuery> envelope;
+    QueryInfo<s_TimigCheckQuery>* address = nullptr;
+    struct Road
+    {
+        const char* name;
+        std::function<void()> arrange;
+        Trace thumbTexts, detailTexts;
+    };
+    const Road roads[] = {
+        {"null envelope", [&] { address = nullptr; }, {"msg data is null."}, {"msg data is null."}},
+        {"no checks", [&] { envelope.info = {}; }, {"stThumbCheckArry is empty."}, {"stDetailCheckArry is empty."}},
+        {"current interface not listed",
+         [&] { device.interfaces[0].interfaceId = 8; },
+         {"Not find interface source. interfaceid: 7"},
+         {"Not find input source. interfaceid: 7"}},
+        {"interface query failed",
+         [&] {
+             host.setVariation(host::Variation::LentPayloads);
+             device.interfaceAnswerNulled = true;
+         },
+         {queryFailed, "Not find interface source. interfaceid: 7"},
+         {queryFailed, "Not find input source. interfaceid: 7"}},
+    };
+    for (const Road& road : roads) {
+        for (const bool thumb : {true, false}) {
+            SCOPED_TRACE(std::string(road.name) + (thumb ? ", thumb" : ", detail"));
+            // Interface 7, current and listed.
+            host.setVariation(host::Variation::Default);
+            device.interfaceAnswerNulled = false;
+            device.interfaces = {makeInterface(7)};
+            setCurrent(device.interfaces[0]);
+            envelope.info.stThumbCheckArry = {{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0}};
+            envelope.info.stDetailCheckArry = {{}};
+            address = &envelope;
+            reset();
+            road.arrange();
+            host.event(thumb ? msg::ThumbCheckRequest : msg::DetailCheckRequest, &address, sizeof address);
+            EXPECT_EQ(warnings(), thumb ? road.thumbTexts : road.detailTexts);
+            for (const LoggedMessage& message : capture.messages()) {
+                const bool inQuery = message.text == queryFailed;
+                EXPECT_THAT(message.function, HasSubstr(inQuery ? "::getInterfaceDetail()"
+                                                        : thumb ? "::setThumbTimingCheck(const kpf::IMessage*)"
+                                                                : "::setDetailTimingCheck(const kpf::IMessage*)"));
+                EXPECT_EQ(message.type, QtWarningMsg);
+                EXPECT_EQ(message.category, "default");
+                EXPECT_EQ(message.file, "outputedidviewmodel.cpp");
+            }
+        }
+    }
 }
 
+// Only the first thumb check is tested: product in 32 bits, refresh truncated.
 TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
 {
     device.interfaces = {makeInterface(0)};
-    // Only the first thumb check is tested: product in 32 bits, refresh truncated.
     const float nan = std::numeric_limits<float>::quiet_NaN();
     struct Case
     {
@@ -166,47 +206,34 @@ TEST_P(InterfaceTest, AThumbCheckWhoseFirstTimingIsZeroStopsWithOneWarning)
     }
 }
 
-// Results 2 and 3 miss the current interface's 60 Hz: judged on every type.
-TEST_P(InterfaceTest, ThumbResultsGoOutWholeOnEveryInterfaceType)
-{
-    twoInterfaces();
-    for (std::int32_t type : {4, 8, 6, 0}) {
-        SCOPED_TRACE(type);
-        device.interfaces[0].stAuxiliaryInfo.interfaceType = type;
-        device.checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
-        reset();
-        request(true);
-        EXPECT_EQ(resultsSent(), Trace{"if1#1 if2#2 if1#3"});
-        EXPECT_THAT(warnings(), ElementsAre(ThumbFrameWarning));
-    }
-}
-
-// Result 3 misses the current interface's 60 Hz: judged on every type.
+// The type is read from the fresh list, not from the cached record; with no
+// result for the current interface, an empty list goes out on type 4 or 8.
 TEST_P(InterfaceTest, DetailResultsGoOutForTheCurrentInterfaceOnlyOnType4Or8)
 {
     twoInterfaces();
     for (std::int32_t type : {4, 8, 6, 0}) {
         SCOPED_TRACE(type);
-        // The type is read from the fresh list, not from the cached record.
         device.interfaces[0].stAuxiliaryInfo.interfaceType = type;
         const bool forwarded = type == 4 || type == 8;
-        device.checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {5000})};
+        device.checkResults = {result(1, 1, {6000}), result(2, 2, {5000}), result(1, 3, {6000})};
         reset();
         request(false);
         EXPECT_EQ(resultsSent(), forwarded ? Trace{"if1#1 if1#3"} : Trace{});
-        EXPECT_THAT(warnings(), ElementsAre(DetailFrameWarning));
-        // Nothing left for the current interface: an empty list, if any.
         device.checkResults = {result(2, 2, {5000})};
-        reset();
         request(false);
-        EXPECT_EQ(resultsSent(), forwarded ? Trace{""} : Trace{});
+        EXPECT_EQ(resultsSent(), forwarded ? Trace({"if1#1 if1#3", ""}) : Trace{});
         EXPECT_THAT(warnings(), IsEmpty());
     }
 }
 
-TEST_P(InterfaceTest, FrameRatesAreComparedInSinglePrecision)
+// Each frame warning comes after its result event.
+TEST_P(InterfaceTest, FrameRatesAreComparedInSinglePrecisionAndWarnedAfterTheResults)
 {
     twoInterfaces();
+    std::vector<std::size_t> warningsAtEvent;
+    const auto listener = [&](const kpf::IMessage&) { warningsAtEvent.push_back(warnings().size()); };
+    host.events().addListener(listener, msg::ThumbCheckResults);
+    host.events().addListener(listener, msg::DetailCheckResults);
     struct Case
     {
         const char* name;
@@ -226,24 +253,12 @@ TEST_P(InterfaceTest, FrameRatesAreComparedInSinglePrecision)
         device.interfaces[0].stThumbTiming.refresh = c.refresh;
         device.checkResults = {result(1, 1, c.rates)};
         reset();
+        warningsAtEvent.clear();
         request(true);
         request(false);
         EXPECT_EQ(warnings(), c.holds ? Trace{} : Trace({ThumbFrameWarning, DetailFrameWarning}));
+        EXPECT_THAT(warningsAtEvent, ElementsAre(0u, c.holds ? 0u : 1u));
     }
-}
-
-TEST_P(InterfaceTest, EachFrameWarningIsLoggedAfterItsResultEvent)
-{
-    twoInterfaces();
-    device.checkResults = {result(1, 1, {5000})};
-    std::vector<std::size_t> warningsAtEvent;
-    const auto listener = [&](const kpf::IMessage&) { warningsAtEvent.push_back(warnings().size()); };
-    host.events().addListener(listener, msg::ThumbCheckResults);
-    host.events().addListener(listener, msg::DetailCheckResults);
-    request(true);
-    request(false);
-    EXPECT_THAT(warningsAtEvent, ElementsAre(0u, 1u));
-    EXPECT_THAT(warnings(), ElementsAre(ThumbFrameWarning, DetailFrameWarning));
 }
 
 // The response's own (third) fetch lacks interface 1: no frame to compare.

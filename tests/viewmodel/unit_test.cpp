@@ -178,20 +178,16 @@ TEST_F(ViewModelUnitTest, TagsExpandInOrder)
 }
 
 // The services looked up on every call are missing once a host takes its
-// API back (pluginit(nullptr)).
-TEST_F(ViewModelUnitTest, WithoutTheHostApiNoReplyIsMade)
+// API back (pluginit(nullptr)): no reply, no impact worked out.
+TEST_F(ViewModelUnitTest, WithoutTheHostApiNoReplyIsMadeAndNoImpactWorkedOut)
 {
     kpf::api::get().hostApi = nullptr;
     EXPECT_FALSE(host.deliver(model.get(), kpf::MessageKindCommand, msg::InterfaceType, 0, nullptr));
-    EXPECT_THAT(capture.texts(), ElementsAre("service kpf_default_messagecenter is missing, no reply"));
-}
-
-TEST_F(ViewModelUnitTest, WithoutTheHostApiNoImpactIsWorkedOut)
-{
-    kpf::api::get().hostApi = nullptr;
     const s_InterfaceThumbTiming choice{0, {0, 60.0f, 1280, 720, 0, 0, 0}, 0, 0};
     host.deliver(model.get(), kpf::MessageKindEvent, msg::ThumbChoice, sizeof choice, &choice);
-    EXPECT_THAT(capture.texts(), ::testing::Contains("Not find the pSubcardCfgMgr or pDeviceCfgMgr"));
+    EXPECT_THAT(capture.texts(), ::testing::IsSupersetOf({"service kpf_default_messagecenter is missing, no reply",
+                                                          "Not find the pSubcardCfgMgr or pDeviceCfgMgr"}));
+    EXPECT_EQ(capture.texts().front(), "service kpf_default_messagecenter is missing, no reply");
 }
 
 } // namespace

@@ -149,60 +149,42 @@ TEST_F(VariationTest, InsideASendUnderTheLockOnlyTheStepThatWouldLockMeetsTheGua
     {
         const char* name;
         host::Delivery delivery;
-        bool emptyList;
-        Trace nestedSends;
-        Trace texts;
+        Trace texts, nestedSends = {};
+        bool emptyList = false;
     };
     s_ThumbTimigCheck zero = ValidCheck;
     zero.stThumbTiming.height = 0;
     Model::s_MessageBoxRequest box;
     box.boxId = 14;
     const Trace fetch = {"C FC050111 8"};
+    const auto thumbs = std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)};
     const Nested cases[] = {
-        {"current interface, one byte short",
+        {"current, one byte short",
          event(msg::SetCurrentInterface, makeInterface(5, 2, 8), 839),
-         false,
-         {},
          {"set current interface info error"}},
-        {"current interface", event(msg::SetCurrentInterface, makeInterface(5, 2, 8)), false, {}, {Reentry}},
-        {"SDI record, wrong size", event(msg::SdiInterface, std::int32_t(0)), false, {}, {"command does not correct."}},
-        {"SDI record", event(msg::SdiInterface, std::array<std::int32_t, 4>{}), false, {}, {Reentry}},
-        {"refresh", bare(msg::RefreshTiming), false, fetch, {Reentry}},
-        {"refresh, empty list", bare(msg::RefreshTiming), true, fetch, {}},
-        {"thumb timing, empty list", bare(msg::SelectedInterfaceTiming), true, fetch, {"inferface info error"}},
-        {"thumb timing", bare(msg::SelectedInterfaceTiming), false, {"C FC050111 8", "C FC08100A 0"}, {Reentry}},
-        {"thumb check, wrong size", event(msg::ThumbCheckRequest, std::int32_t(0)), false, {}, {"msg data is null."}},
-        {"thumb check, no checks", checkRequest(msg::ThumbCheckRequest, {}), false, {}, {"stThumbCheckArry is empty."}},
-        {"thumb check, zero timing",
-         checkRequest(msg::ThumbCheckRequest, {zero, ValidCheck}),
-         false,
-         {},
-         {"timing is 0."}},
-        {"thumb check", checkRequest(msg::ThumbCheckRequest, {ValidCheck}), false, fetch, {Reentry}},
-        {"detail check, no checks",
-         checkRequest(msg::DetailCheckRequest, {}),
-         false,
-         {},
-         {"stDetailCheckArry is empty."}},
-        {"detail check", checkRequest(msg::DetailCheckRequest, {}, {s_DetailTimigCheck{}}), false, fetch, {Reentry}},
-        {"thumb choice", event(msg::ThumbChoice, thumbTiming(1280, 720, 50.0f, 5)), false, join({Impact, Asked}), {}},
-        {"reference choice, wrong size",
-         event(msg::ReferenceChoice, thumbTiming(800, 600, 60.0f)),
-         false,
-         {},
-         {"req does not matches."}},
-        {"reference choice", event(msg::ReferenceChoice, referenceTiming(800, 600, 60.0f)), false, {}, {Reentry}},
-        {"reference publication", bare(msg::PublishReference), false, {}, {Reentry}},
-        {"changed reference timings", bare(msg::ChangedReferenceTimings), false, {}, {Reentry}},
-        {"changed thumb timings, no payload", bare(msg::ChangedThumbTimings), false, {}, {"resp does not matches."}},
-        {"changed thumb timings",
-         event(msg::ChangedThumbTimings, std::vector<s_InterfaceThumbTiming>{thumbTiming(800, 600, 60.0f)}),
-         false,
-         {},
-         {Reentry}},
-        {"box answer, unknown box", event(msg::BoxAnswer, box), false, {}, {"Msg type is not correct"}},
-        {"in-use question", bare(msg::InUseAsked), false, {"C FC050111 8", "E FC02060E 1"}, {}},
-        {"interface type command", bare(msg::InterfaceType, kpf::MessageKindCommand), false, {}, {}},
+        {"current interface", event(msg::SetCurrentInterface, makeInterface(5, 2, 8)), {Reentry}},
+        {"SDI record, wrong size", event(msg::SdiInterface, std::int32_t(0)), {"command does not correct."}},
+        {"SDI record", event(msg::SdiInterface, std::array<std::int32_t, 4>{}), {Reentry}},
+        {"refresh", bare(msg::RefreshTiming), {Reentry}, fetch},
+        {"refresh, empty list", bare(msg::RefreshTiming), {}, fetch, true},
+        {"thumb timing, empty list", bare(msg::SelectedInterfaceTiming), {"inferface info error"}, fetch, true},
+        {"thumb timing", bare(msg::SelectedInterfaceTiming), {Reentry}, {"C FC050111 8", "C FC08100A 0"}},
+        {"thumb check, wrong size", event(msg::ThumbCheckRequest, std::int32_t(0)), {"msg data is null."}},
+        {"thumb check, no checks", checkRequest(msg::ThumbCheckRequest, {}), {"stThumbCheckArry is empty."}},
+        {"thumb check, zero timing", checkRequest(msg::ThumbCheckRequest, {zero, ValidCheck}), {"timing is 0."}},
+        {"thumb check", checkRequest(msg::ThumbCheckRequest, {ValidCheck}), {Reentry}, fetch},
+        {"detail check, no checks", checkRequest(msg::DetailCheckRequest, {}), {"stDetailCheckArry is empty."}},
+        {"detail check", checkRequest(msg::DetailCheckRequest, {}, {s_DetailTimigCheck{}}), {Reentry}, fetch},
+        {"thumb choice", event(msg::ThumbChoice, thumbTiming(1280, 720, 50.0f, 5)), {}, join({Impact, Asked})},
+        {"reference, wrong size", event(msg::ReferenceChoice, thumbTiming(800, 600, 60.0f)), {"req does not matches."}},
+        {"reference choice", event(msg::ReferenceChoice, referenceTiming(800, 600, 60.0f)), {Reentry}},
+        {"reference publication", bare(msg::PublishReference), {Reentry}},
+        {"changed reference timings", bare(msg::ChangedReferenceTimings), {Reentry}},
+        {"changed thumb timings, no payload", bare(msg::ChangedThumbTimings), {"resp does not matches."}},
+        {"changed thumb timings", event(msg::ChangedThumbTimings, thumbs), {Reentry}},
+        {"box answer, unknown box", event(msg::BoxAnswer, box), {"Msg type is not correct"}},
+        {"in-use question", bare(msg::InUseAsked), {}, {"C FC050111 8", "E FC02060E 1"}},
+        {"interface type command", bare(msg::InterfaceType, kpf::MessageKindCommand), {}},
     };
     for (const Nested& c : cases) {
         SCOPED_TRACE(c.name);
