@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The component's answers end to end, through our host and the real library:
 // the current-timing answer over interface lists of growing length, a thumb
 // check request, and a whole confirmed thumb change.

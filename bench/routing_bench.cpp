@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/alloccount.h"
 #include "bench/signalpeer.h"
 #include "bench/timesreporter.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Debian packages: liboutputedidviewmodel (the plug-in, what an integrator
 # installs on the device, arm64, or a desktop, amd64), edidsim (the
 # simulator with its scenarios, Qt Core only) and edidsim-page (the desktop

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Read by cpack for each generator. dpkg-shlibdeps takes the architecture to
 # resolve libraries for (and the objdump to read them with) from the
 # environment: the packages' own, so the cross build's arm64 binaries get the

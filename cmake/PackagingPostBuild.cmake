@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Run by cpack after the packages are made, to finish what CPack 3.25 cannot
 # write: "Multi-Arch: same" on the packages named in
 # CPACK_EDIDVM_MULTIARCH_SAME, and in each -dbgsym package an md5sums with

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross build for the device (AArch64 Linux) on a Debian multiarch machine.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The VESA Display Monitor Timing (DMT) table: every DMT ID with its timing,
 // and the standard-timing code that names it where the standard gives one
 // (1024x768 at 70 Hz is named 0x61 0x4c, whose refresh field reads 72).

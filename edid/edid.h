@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decoding of an EDID (the binary blocks a monitor reports): every mode it
 // offers (established, standard and detailed timings and CVT codes of the
 // base block and of VTB-EXT blocks, CTA-861 short video descriptors and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timings defined by the standards, looked up by the codes an EDID carries.
 #pragma once
 

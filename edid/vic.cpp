@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The CTA-861 video identification codes (VICs) and the four HDMI VICs of the
 // HDMI vendor-specific data block, with their timings.
 #include "edid/tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libFuzzer target: the input is an EDID file's bytes. The decoder must give
 // modes that hold together or refuse with an EdidError of one line naming
 // the block and byte; anything else (another exception, a sanitizer report,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libFuzzer target: the input is a scenario's JSON text, read and checked by
 // the simulator's reader as edidsim reads a file; it is not played (the view
 // model has its own harness). The reader must return a scenario or refuse

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libFuzzer harness: one Model::OutputEDIDViewModel on our in-process host
 // per input, fed messages decoded from the input while the components it
 // queries answer from the input too. fuzz/README.md gives the input layout.

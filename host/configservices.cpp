@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/configservices.h"
 
 namespace edidvm {

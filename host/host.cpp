@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/host.h"
 
 #include "framework/imessagehandler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // An in-process host for one plug-in library: loads it with dlopen and drives

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/recorder.h"
 
 #include "framework/wire.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/variation.h"
 
 namespace edidvm {

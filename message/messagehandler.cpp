@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "message/messagehandler.h"
 
 #include "framework/api.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "page/pagebridge.h"
 
 #include "protomodel/constants.h"

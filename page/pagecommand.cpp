@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // edidsim page: the page on a display, or its pictures step by step.
 
 #include "page/pagesession.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "page/pagesession.h"
 
 #include <QEventLoop>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The page on our host: the plug-in loaded, the simulated device behind it,

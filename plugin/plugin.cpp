@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "plugin/plugin.h"
 
 #include "framework/api.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Data of the sub-card query and of the timing assessment. Each travels in a

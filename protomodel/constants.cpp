@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "protomodel/constants.h"
 
 // The tables must exist before any component description of the library is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The query envelope. The asker keeps it on its stack and sends its address

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Compares the binary interface of the built plug-in library with the
 # committed x86-64 baseline and fails on any difference: an exported function
 # added, removed or changed, or a change in a type that one reaches (the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Instructions per routed event against a plain std::function call, counted by
 # callgrind: unlike a time, the count does not drift with the machine's load.
 # Usage: scripts/callgrind-routing.sh [path to edidvm-bench-routing] [loops]

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Makes the Debian packages in the given build directories (cpack) and checks
 # what they hold: the plug-in package ships the stripped library in its
 # private plug-in directory, its translation and Debian's files, is

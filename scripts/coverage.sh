@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Line and branch coverage of the library's own code (plugin/, framework/,
 # message/, protomodel/, viewmodel/) by its suites and the shipped scenarios
 # (the flows end to end): a gcc --coverage build in build-coverage with the

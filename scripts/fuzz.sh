@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the libFuzzer harnesses with clang (address and undefined-behaviour
 # sanitizers and coverage on every target, warnings as errors) in build-fuzz,
 # and runs each for a bounded time on a copy of its seed corpus: the view

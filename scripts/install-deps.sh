@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the Debian packages that the build and the tests need. With
 # --native, only what the x86-64 build needs; otherwise the AArch64 cross
 # toolchain, the AArch64 libraries and qemu-user as well. Safe to run again.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The run command: installs what it needs, builds the library and the
 # simulator, and plays a scenario (the default one without arguments). Any
 # arguments go to edidsim, e.g. scenarios/two-screens-confirmed.json or --json.

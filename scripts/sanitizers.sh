@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the whole project with gcc and AddressSanitizer + UndefinedBehavior-
 # Sanitizer in build-asan, the simulator with its EDID decoder and scenario
 # reader included, and runs every test; then with ThreadSanitizer in

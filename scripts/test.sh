@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The test command: installs what it needs, builds the library and its tests
 # for x86-64 and runs them with the ABI check, cross-builds the same for
 # AArch64 and runs them under qemu-user, makes and checks the Debian packages

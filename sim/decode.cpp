@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/decode.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Records shown as trace fields. Carried words appear only when non-zero, so

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/messages.h"
 
 #include "protomodel/messageids.h"

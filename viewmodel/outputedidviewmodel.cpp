@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "viewmodel/outputedidviewmodel.h"
 
 #include "framework/api.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The output timing page as the device shows it, on the desktop. Everything
 // it shows comes from the bridge; everything the user does goes to it.
 import QtQuick 2.15

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host that knows the binary contract only from the declarations below: no
 // project header is included. Interfaces are C-style objects whose first word
 // points at a table of function pointers in slot order; records are byte

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs edid-decode --long-timings on each of FILES ("|"-separated) and
 # writes, as rows of a C++ table to OUTPUT: every mode it lists, with its
 # block, the label it gives the mode's source, size, rates, porches, borders

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "edid/edid.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Our host's loader: its errors with small broken plug-ins, and the real
 // library loaded, unloaded and loaded again.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handler base, through a test-only component that records its handlers' calls.
 
 #include "common/warningcapture.h"

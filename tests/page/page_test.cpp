@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The desktop page offscreen: after every step of a shipped scenario its
 // items show what the component sent; the bridge where its mapping can fail.
 

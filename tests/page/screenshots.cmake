@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # edidsim page --screenshots: exit 0 and one PNG per step of the scenario.
 # -DEDIDSIM= -DSCENARIO= -DDIR=
 file(READ ${SCENARIO} json)

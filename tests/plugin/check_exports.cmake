@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Checks the built library's symbol tables: exactly the two entry points are
 # defined and visible in the dynamic table, unversioned, and the constant tables are in
 # the file although nothing exported refers to them.

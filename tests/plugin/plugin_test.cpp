@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // pluginit against the built library, and the configuration services' slots
 // called by raw position, independently of their declarations.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plug-ins that are wrong in one way each, built only for the loader's tests.
 // Exactly one BROKEN_* macro is defined per build.
 

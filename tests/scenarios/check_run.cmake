@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs the simulator and checks what it did: its exit code, and that its
 # output holds a text, equals a file, or is JSON Lines.
 #   PROGRAM   the program

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installs the plug-in and the simulator into a fresh prefix, as the packages
 # lay them out, and runs the installed program without arguments: it must
 # take the library and the default scenario installed beside it, never the

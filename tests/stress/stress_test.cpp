@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "framework/idispatchers.h"
 #include "framework/ihostapi.h"
 #include "framework/imessagehandler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handlers' payload checks and the two timing checks, through the real
 // library, on every host variation that copies, lends or answers elsewhere.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The timing-change flow end to end, each road as its exact trace.
 
 #include "protomodel/messageids.h"

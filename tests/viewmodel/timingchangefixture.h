@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The timing-change set-up: three interfaces on one subcard, three screens,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The view-model class linked directly: what no handler reaches, its stored
 // state, and the user texts with translators installed.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The component on hosts that behave differently within the contract: data()
 // read once, lists answered elsewhere, deliveries nested in its own sends,
 // the current interface moving while a step runs.
