@@ -107,8 +107,9 @@ protected:
                            {2, {}, {{4, {}, 98, {}}, {1, {}, 77, {}}, {1, {}, 66, {}}}},
                            {2, {}, {{1, {}, 55, {}}}}};
         host.deviceConfig().setAnswer([](std::int32_t slot) { return slot * 10 + 1; });
-        host.subcardConfig().setAnswer([this](std::int32_t subcard, std::int32_t key, std::int32_t) {
-            return subcard == 21 && key == 77 ? related : std::vector<int>{};
+        // The device's parameter goes unanswered, so it arrives as -1.
+        host.subcardConfig().setAnswer([this](std::int32_t subcard, std::int32_t key, std::int32_t deviceParam) {
+            return subcard == 21 && key == 77 && deviceParam == -1 ? related : std::vector<int>{};
         });
         related = {2, 1};
         device.screens = {screen(101, 0, {5}), screen(102, 1, {99, 6}), screen(103, 2, {3})};
