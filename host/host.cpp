@@ -40,7 +40,7 @@ Host::~Host()
 
 bool Host::fail(const std::string& what)
 {
-    m_error = m_path + ": " + what;
+    m_error = m_loading + ": " + what;
     return false;
 }
 
@@ -53,19 +53,28 @@ bool Host::failAndUnload(const std::string& what)
 bool Host::unloadKeepingError()
 {
     const std::string error = m_error;
-    unload();
+    unloadLast();
     m_error = error;
     return false;
 }
 
 bool Host::load(const std::string& path)
 {
-    if (!open(path))
-        return false;
+    return open(path) && startUp();
+}
+
+bool Host::loadAlso(const std::string& path)
+{
+    return openAlso(path) && startUp();
+}
+
+bool Host::startUp()
+{
     callPluginit(&m_api);
     if (!readDescription())
         return false;
-    for (std::size_t index = 0; index < componentInfos().size(); ++index) {
+    const std::size_t library = m_libraries.size() - 1;
+    for (std::size_t index = 0; index < componentInfos(library).size(); ++index) {
         if (createComponent(index) == nullptr)
             return unloadKeepingError();
     }
@@ -75,55 +84,81 @@ bool Host::load(const std::string& path)
 bool Host::open(const std::string& path)
 {
     unload();
-    m_path = path;
+    return openAlso(path);
+}
+
+bool Host::openAlso(const std::string& path)
+{
+    m_loading = path;
     m_error.clear();
     dlerror();
-    m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (m_library == nullptr) {
+    Library library;
+    library.path = path;
+    library.handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library.handle == nullptr) {
         const char* reason = dlerror();
         return fail(std::string("cannot be loaded: ") + (reason != nullptr ? reason : "unknown reason"));
     }
     // POSIX allows converting a data pointer from dlsym to a function pointer.
-    m_pluginit = reinterpret_cast<PluginitFn>(dlsym(m_library, "pluginit"));
-    m_pluginfo = reinterpret_cast<PluginfoFn>(dlsym(m_library, "pluginfo"));
-    if (m_pluginit == nullptr)
+    library.pluginit = reinterpret_cast<PluginitFn>(dlsym(library.handle, "pluginit"));
+    library.pluginfo = reinterpret_cast<PluginfoFn>(dlsym(library.handle, "pluginfo"));
+    m_libraries.push_back(library);
+    if (library.pluginit == nullptr)
         return failAndUnload("has no entry point pluginit");
-    if (m_pluginfo == nullptr)
+    if (library.pluginfo == nullptr)
         return failAndUnload("has no entry point pluginfo");
     return true;
 }
 
 bool Host::readDescription()
 {
-    if (m_pluginfo == nullptr)
+    if (m_libraries.empty())
         return fail("is not open");
-    m_info = m_pluginfo();
-    if (m_info == nullptr)
+    Library& library = m_libraries.back();
+    library.info = library.pluginfo();
+    if (library.info == nullptr)
         return failAndUnload("pluginfo returned no description");
-    if (m_info->components == nullptr || m_info->components[0] == nullptr)
+    if (library.info->components == nullptr || library.info->components[0] == nullptr)
         return failAndUnload("describes no component");
     return true;
 }
 
 void Host::callPluginit(kpf::IHostApi* api)
 {
-    if (m_pluginit != nullptr)
-        m_pluginit(api);
+    if (!m_libraries.empty())
+        m_libraries.back().pluginit(api);
 }
 
-std::vector<kpf::ComponentInfo*> Host::componentInfos() const
+const kpf::PluginInfo* Host::pluginInfo(std::size_t library) const
+{
+    return library < m_libraries.size() ? m_libraries[library].info : nullptr;
+}
+
+std::vector<kpf::ComponentInfo*> Host::componentInfos(std::size_t library) const
 {
     std::vector<kpf::ComponentInfo*> infos;
-    if (m_info == nullptr || m_info->components == nullptr)
+    const kpf::PluginInfo* info = pluginInfo(library);
+    if (info == nullptr || info->components == nullptr)
         return infos;
-    for (kpf::ComponentInfo** entry = m_info->components; *entry != nullptr; ++entry)
+    for (kpf::ComponentInfo** entry = info->components; *entry != nullptr; ++entry)
         infos.push_back(*entry);
     return infos;
 }
 
+const std::string& Host::path(std::size_t library) const
+{
+    static const std::string none;
+    return library < m_libraries.size() ? m_libraries[library].path : none;
+}
+
 kpf::IMessageHandler* Host::createComponent(std::size_t index)
 {
-    const std::vector<kpf::ComponentInfo*> infos = componentInfos();
+    if (m_libraries.empty()) {
+        fail("is not open");
+        return nullptr;
+    }
+    const std::size_t library = m_libraries.size() - 1;
+    const std::vector<kpf::ComponentInfo*> infos = componentInfos(library);
     if (index >= infos.size()) {
         fail("has no component " + std::to_string(index));
         return nullptr;
@@ -145,7 +180,7 @@ kpf::IMessageHandler* Host::createComponent(std::size_t index)
         fail(name + "getMessageHandler returned null");
         return nullptr;
     }
-    m_components.push_back({info, object, handler});
+    m_components.push_back({library, info, object, handler});
     return handler;
 }
 
@@ -174,19 +209,23 @@ void Host::unload()
     m_events.dropQueue();
     // A kept envelope may hold a filter made by the library's code.
     dropKeptEnvelopes();
-    while (!m_components.empty()) {
+    while (!m_libraries.empty())
+        unloadLast();
+}
+
+void Host::unloadLast()
+{
+    if (m_libraries.empty())
+        return;
+    const std::size_t library = m_libraries.size() - 1;
+    while (!m_components.empty() && m_components.back().library == library) {
         const Component component = m_components.back();
         m_components.pop_back();
         m_subscriptions.forget(component.handler);
         component.info->deletor(component.object);
     }
-    m_info = nullptr;
-    m_pluginit = nullptr;
-    m_pluginfo = nullptr;
-    if (m_library != nullptr) {
-        dlclose(m_library);
-        m_library = nullptr;
-    }
+    dlclose(m_libraries.back().handle);
+    m_libraries.pop_back();
 }
 
 std::optional<Bytes> Host::takeReply(const kpf::IMessage* reply)

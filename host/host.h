@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// An in-process host for one plug-in library: loads it with dlopen and drives
-// it as the host framework does, and offers the services its components find
-// by name. Tests and the simulator run the library on it.
+// An in-process host for plug-in libraries: loads them with dlopen and drives
+// them as the host framework does, and offers the services their components
+// find by name. Tests and the simulator run the library on it, alone or
+// beside other plug-ins, as a device's host runs several.
 
 #include "framework/componentinfo.h"
 #include "host/commanddispatcher.h"
@@ -45,20 +46,34 @@ public:
     Host& operator=(const Host&) = delete;
 
     // The whole start-up in the framework's order: open, pluginit with our
-    // API, pluginfo, create every listed component. false and error() on
-    // the first failure, with nothing left loaded.
+    // API, pluginfo, create every listed component. Unloads whatever was
+    // loaded first. false and error() on the first failure, with nothing
+    // left loaded.
     bool load(const std::string& path);
+    // The same for one more library beside those loaded; a failure unloads
+    // only the new one.
+    bool loadAlso(const std::string& path);
 
-    // The same in steps, for callers that need to come between them.
+    // The same in steps, for callers that need to come between them; each
+    // acts on the library opened last. open unloads everything first.
     // open: dlopen and both entry points present.
     bool open(const std::string& path);
     void callPluginit(kpf::IHostApi* api);
     // pluginfo, checked for a description with at least one component.
     bool readDescription();
-    const kpf::PluginInfo* pluginInfo() const { return m_info; }
-    std::vector<kpf::ComponentInfo*> componentInfos() const;
     // creator, then getMessageHandler; null and error() on failure.
     kpf::IMessageHandler* createComponent(std::size_t index);
+
+    // The first library's description and components' descriptions.
+    const kpf::PluginInfo* pluginInfo() const { return pluginInfo(0); }
+    std::vector<kpf::ComponentInfo*> componentInfos() const { return componentInfos(0); }
+    // Those of the library loaded at index (load order); null or empty
+    // when there is none.
+    std::size_t libraries() const { return m_libraries.size(); }
+    const kpf::PluginInfo* pluginInfo(std::size_t library) const;
+    std::vector<kpf::ComponentInfo*> componentInfos(std::size_t library) const;
+    const std::string& path(std::size_t library) const;
+    // Every library's components, in the order they were created.
     std::vector<kpf::IMessageHandler*> components() const;
 
     // Delivers the start message; the component's subscriptions made meanwhile
@@ -66,10 +81,12 @@ public:
     void start(kpf::IMessageHandler* component);
     void startAll();
 
-    // deletor for every created component, newest first, then dlclose.
+    // deletor for every created component, newest first, then dlclose of
+    // every library, newest first.
     void unload();
     const std::string& error() const { return m_error; }
-    const std::string& path() const { return m_path; }
+    // The first library's path, or the one being loaded.
+    const std::string& path() const { return m_libraries.empty() ? m_loading : m_libraries.front().path; }
 
     // As another component would: through the dispatchers' routing, not
     // recorded as a component's send.
@@ -119,8 +136,17 @@ public:
     HostSubcardConfigManager& subcardConfig() { return m_subcardConfig; }
 
 private:
+    struct Library
+    {
+        std::string path;
+        void* handle = nullptr;
+        void (*pluginit)(kpf::IHostApi*) = nullptr;
+        const kpf::PluginInfo* (*pluginfo)() = nullptr;
+        const kpf::PluginInfo* info = nullptr;
+    };
     struct Component
     {
+        std::size_t library;
         kpf::ComponentInfo* info;
         void* object;
         kpf::IMessageHandler* handler;
@@ -128,10 +154,15 @@ private:
 
     void onSend(const HostMessage& sent, SendStage stage);
 
+    bool openAlso(const std::string& path);
+    bool startUp();
     bool fail(const std::string& what);
-    // Unloads, keeping the error that made it necessary.
+    // Unloads the library opened last, keeping the error that made it
+    // necessary.
     bool failAndUnload(const std::string& what);
     bool unloadKeepingError();
+    // Its components, newest first, then the library itself.
+    void unloadLast();
     std::optional<Bytes> takeReply(const kpf::IMessage* reply);
 
     ObjectStore m_store;
@@ -144,12 +175,9 @@ private:
     HostSubcardConfigManager m_subcardConfig;
     HostApi m_api;
 
-    std::string m_path;
+    std::string m_loading; // the path being opened, for error()
     std::string m_error;
-    void* m_library = nullptr;
-    void (*m_pluginit)(kpf::IHostApi*) = nullptr;
-    const kpf::PluginInfo* (*m_pluginfo)() = nullptr;
-    const kpf::PluginInfo* m_info = nullptr;
+    std::vector<Library> m_libraries;
     std::vector<Component> m_components;
 
     Interjector m_interjector;

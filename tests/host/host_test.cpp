@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Our host's loader: its errors with small broken plug-ins, and the real
-// library loaded, unloaded and loaded again.
+// Our host's loader: its errors with small broken plug-ins, the real
+// library loaded, unloaded and loaded again, and libraries side by side.
 
 #include "host/host.h"
+#include "protomodel/messageids.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -42,6 +43,35 @@ TEST(Loader, EachBrokenFileGivesAnErrorNamingTheFileAndTheFault)
         EXPECT_TRUE(host.components().empty());
         EXPECT_EQ(host.pluginInfo(), nullptr);
     }
+}
+
+TEST(Loader, LibrariesLoadSideBySideAndAFailureUnloadsOnlyTheNewOne)
+{
+    Host host;
+    ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH)) << host.error();
+    EXPECT_FALSE(host.loadAlso(EDIDVM_BROKEN_NULL_CREATOR));
+    EXPECT_THAT(host.error(), StartsWith(std::string(EDIDVM_BROKEN_NULL_CREATOR) + ": "));
+    EXPECT_EQ(host.libraries(), 1u);
+    EXPECT_EQ(host.components().size(), 1u);
+    EXPECT_EQ(host.path(), EDIDVM_PLUGIN_PATH);
+
+    // A second copy's component receives what the first's does.
+    ASSERT_TRUE(host.loadAlso(EDIDVM_PLUGIN_PATH)) << host.error();
+    EXPECT_EQ(host.libraries(), 2u);
+    EXPECT_EQ(host.path(1), EDIDVM_PLUGIN_PATH);
+    EXPECT_NE(host.pluginInfo(1), nullptr);
+    EXPECT_EQ(host.path(2), "");
+    EXPECT_EQ(host.pluginInfo(2), nullptr);
+    ASSERT_EQ(host.components().size(), 2u);
+    host.startAll();
+    EXPECT_EQ(
+        host.subscriptions().receivers(edidvm::host::Channel::Event, static_cast<int>(LCD::MessageId::RefreshTiming)),
+        host.components());
+
+    // Loading anew starts from nothing.
+    ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH));
+    EXPECT_EQ(host.libraries(), 1u);
+    EXPECT_EQ(host.components().size(), 1u);
 }
 
 } // namespace
