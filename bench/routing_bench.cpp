@@ -176,22 +176,10 @@ int main(int argc, char** argv)
     if (argc == 2 && std::string(argv[1]).rfind(loopOption, 0) == 0)
         return callgrindLoops(std::stol(std::string(argv[1]).substr(loopOption.size())));
 
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    TimesReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    // route/plain and route/signal.
-    const auto& times = reporter.times();
-    const auto route = times.find("BM_RouteEvent");
-    for (const char* peer : {"BM_PlainStdFunction", "BM_QtDirectSignal"}) {
-        const auto other = times.find(peer);
-        if (route == times.end() || other == times.end() || other->second <= 0.0)
-            continue;
-        std::printf("route/%s (%s real time): %.2f ns / %.2f ns = %.2fx\n", peer + 3,
-                    reporter.fromMedians() ? "median" : "single run", route->second, other->second,
-                    route->second / other->second);
-    }
-    benchmark::Shutdown();
-    return 0;
+    return runWithRatios(argc, argv, "real time", "ns", [](const std::map<std::string, double>&) {
+        return std::vector<Ratio>{
+            {"route/PlainStdFunction", "BM_RouteEvent", "BM_PlainStdFunction"},
+            {"route/QtDirectSignal", "BM_RouteEvent", "BM_QtDirectSignal"},
+        };
+    });
 }

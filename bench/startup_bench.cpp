@@ -81,21 +81,13 @@ int main(int argc, char** argv)
         benchmark::RegisterBenchmark((std::string("BM_Startup/") + command.name).c_str(), BM_Startup, &command)
             ->Unit(benchmark::kMillisecond)
             ->UseRealTime();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    TimesReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
     // Each edidsim figure over edid-decode's.
-    const auto& times = reporter.times();
-    const auto reference = times.find("BM_Startup/edid_decode");
-    for (const auto& [name, time] : times) {
-        if (reference == times.end() || reference->second <= 0.0 || name == reference->first)
-            continue;
-        std::printf("%s / edid-decode (%s wall time): %.2f ms / %.2f ms = %.2fx\n", name.c_str() + 11,
-                    reporter.fromMedians() ? "median" : "single run", time, reference->second,
-                    time / reference->second);
-    }
-    benchmark::Shutdown();
-    return 0;
+    return runWithRatios(argc, argv, "wall time", "ms", [](const std::map<std::string, double>& times) {
+        std::vector<Ratio> ratios;
+        for (const auto& entry : times) {
+            if (entry.first != "BM_Startup/edid_decode")
+                ratios.push_back({entry.first.substr(11) + " / edid-decode", entry.first, "BM_Startup/edid_decode"});
+        }
+        return ratios;
+    });
 }

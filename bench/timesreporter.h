@@ -7,6 +7,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -38,3 +40,35 @@ private:
     std::map<std::string, double> m_single;
     std::map<std::string, double> m_median;
 };
+
+// Runs the benchmarks the command line selects, then prints the ratios
+// (by the clock named) that ratios() names as {label, numerator, denominator} benchmark names; a pair
+// with a missing or zero figure is left out.
+struct Ratio
+{
+    std::string label;
+    std::string numerator;
+    std::string denominator;
+};
+
+inline int runWithRatios(int argc, char** argv, const char* clock, const char* unit,
+                         const std::function<std::vector<Ratio>(const std::map<std::string, double>&)>& ratios)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    TimesReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const auto& times = reporter.times();
+    for (const Ratio& ratio : ratios(times)) {
+        const auto top = times.find(ratio.numerator);
+        const auto bottom = times.find(ratio.denominator);
+        if (top == times.end() || bottom == times.end() || bottom->second <= 0.0)
+            continue;
+        std::printf("%s (%s %s): %.2f %s / %.2f %s = %.2fx\n", ratio.label.c_str(),
+                    reporter.fromMedians() ? "median" : "single run", clock, top->second, unit, bottom->second, unit,
+                    top->second / bottom->second);
+    }
+    benchmark::Shutdown();
+    return 0;
+}
