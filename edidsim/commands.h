@@ -22,6 +22,9 @@ struct Defaults
 // trees elsewhere on the machine are never used.
 std::string ownFile(const char* built, const char* installedFromProgramDir);
 
+// Every subcommand and its options, for the end of edidsim --help.
+std::string commandsHelp();
+
 // edidsim [options] [SCENARIO...]: plays scenarios and prints the trace.
 int runCommand(int argc, char** argv, const Defaults& defaults);
 // edidsim decode FILE...: what the EDID decoder reads from each file, for a

@@ -3,8 +3,13 @@
 // (the default), decodes EDIDs ("decode") or opens the desktop page ("page").
 
 #include "edidsim/commands.h"
+#include "sim/exitstatus.h"
+#include "sim/jsonnode.h"
 
+#include <cstdio>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #ifndef EDIDVM_DEFAULT_PLUGIN
 #define EDIDVM_DEFAULT_PLUGIN "liboutputedidviewmodel.so"
@@ -26,12 +31,37 @@
 #define EDIDVM_INSTALLED_SCENARIO "../share/edidsim/scenarios/default.json"
 #endif
 
+namespace edidvm {
+namespace edidsim {
+std::string commandsHelp()
+{
+    return "Commands:\n"
+           "  edidsim [--plugin PATH] [--json] [--host-variation NAME] [SCENARIO...]\n"
+           "      play scenarios and trace every message (the default command; options above)\n"
+           "  edidsim --messages-markdown | --version | --help\n"
+           "  edidsim decode [--json] [--strict] FILE...\n"
+           "      print every mode the EDID decoder reads from each file (edidsim decode --help)\n"
+           "  edidsim page [--plugin PATH] [--json] [--lang LANG] [--screenshots DIR] [SCENARIO]\n"
+           "      open the desktop page on the scenario's device, where it is built (edidsim page --help)\n";
+}
+} // namespace edidsim
+} // namespace edidvm
+
 int main(int argc, char** argv)
 {
     using namespace edidvm::edidsim;
     const std::string subcommand = argc > 1 ? argv[1] : "";
     if (subcommand == "decode")
         return decodeCommand(argc - 1, argv + 1);
+    // "edidsim decod x.edid" would otherwise be read as a scenario file that does not exist.
+    std::error_code error;
+    if (!subcommand.empty() && subcommand[0] != '-' && !std::filesystem::exists(subcommand, error)) {
+        const std::string hint = edidvm::sim::didYouMean(subcommand, {"decode", "page"});
+        if (!hint.empty()) {
+            std::fprintf(stderr, "edidsim: %s: no such command or scenario file%s\n", subcommand.c_str(), hint.c_str());
+            return edidvm::sim::BadInput;
+        }
+    }
     const Defaults defaults{ownFile(EDIDVM_DEFAULT_PLUGIN, EDIDVM_INSTALLED_PLUGIN),
                             ownFile(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO),
                             ownFile(EDIDVM_BUILD_TRANSLATIONS, EDIDVM_INSTALLED_TRANSLATIONS)};

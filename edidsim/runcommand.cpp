@@ -80,7 +80,8 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     app.add_flag("--messages-markdown", markdown, "print the message reference (docs/messages.md) and exit");
     app.set_version_flag("--version", std::string("edidsim ") + EDIDVM_VERSION);
     app.footer("Exit status, the worst of all scenarios: 0 every expectation met, 1 an expectation not met, 2 a bad "
-               "scenario or command line (every file is checked before any runs), 3 a plug-in that does not load.");
+               "scenario or command line (every file is checked before any runs), 3 a plug-in that does not load.\n\n" +
+               commandsHelp());
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

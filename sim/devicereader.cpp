@@ -4,7 +4,9 @@
 
 #include "sim/reader_p.h"
 
+#include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +34,38 @@ const Keys& deviceKeys()
     return keys;
 }
 
+std::vector<std::string> unreachableScreens(const Device& device)
+{
+    std::vector<std::string> warnings;
+    for (const Screen& screen : device.screens) {
+        for (const auto& output : screen.info.stOutputDetailArry) {
+            const auto entry =
+                std::find_if(device.interfaces.begin(), device.interfaces.end(),
+                             [&](const s_InterfaceList& known) { return known.interfaceId == output.interfaceId; });
+            if (entry == device.interfaces.end())
+                continue;
+            const std::string start = "warning: screen " + std::to_string(screen.info.screenId) +
+                                      " is fed by interface " + std::to_string(entry->interfaceId) + ", ";
+            const std::string end = ": a choice on interface " + std::to_string(entry->interfaceId) +
+                                    " affects no screen and is committed at once";
+            const auto subcard = std::find_if(device.subcards.begin(), device.subcards.end(),
+                                              [&](const Subcard& known) { return known.info.slotId == entry->slotId; });
+            if (subcard == device.subcards.end()) {
+                warnings.push_back(start + "whose slot " + std::to_string(entry->slotId) +
+                                   " has no \"subcards\" entry" + end);
+                continue;
+            }
+            const auto& connectors = subcard->info.stConnectorArry;
+            if (std::none_of(connectors.begin(), connectors.end(),
+                             [&](const auto& connector) { return connector.connectorId == entry->connectorId; }))
+                warnings.push_back(start + "whose connector " + std::to_string(entry->connectorId) +
+                                   " the \"subcards\" entry of slot " + std::to_string(entry->slotId) +
+                                   " does not list" + end);
+        }
+    }
+    return warnings;
+}
+
 std::int32_t Reader::interfaceRef(const JsonNode& node) const
 {
     const std::int32_t id = node.int32();
@@ -39,8 +73,9 @@ std::int32_t Reader::interfaceRef(const JsonNode& node) const
         std::string ids;
         for (std::int32_t known : m_ids)
             ids += (ids.empty() ? "" : ", ") + std::to_string(known);
+        // Naming only the ids read would mislead where an interface's id was not read.
         node.fail("unknown interface " + std::to_string(id) + "; expected one of the device's interfaces (" + ids +
-                  ")");
+                  ")" + (m_unreadIds.empty() ? "" : ", or one not read at " + joined(m_unreadIds)));
     }
     return id;
 }
@@ -84,43 +119,71 @@ void Reader::interface(const JsonNode& node, Device& device, s_InterfaceList& en
 void Reader::device(const JsonNode& node, Device& device, bool patch)
 {
     if (!patch) {
-        for (const JsonNode& item : node.need("interfaces", "a list of interfaces").items("a list of interfaces")) {
-            tryReading([&] {
-                s_InterfaceList entry;
-                entry.stAuxiliaryInfo.usedByScreen.clear(); // not used by a screen unless the scenario says so
-                const JsonNode id = item.need("id", "an interface id");
-                entry.interfaceId = id.int32();
-                if (!m_ids.insert(entry.interfaceId).second)
-                    id.fail("interface " + std::to_string(entry.interfaceId) + " is defined twice");
-                interface(item, device, entry, false);
-                device.interfaces.push_back(entry);
-            });
-        }
+        m_unreadIds = {node.path() + "/interfaces"};
+        tryReading([&] {
+            const std::vector<JsonNode> items =
+                node.need("interfaces", "a list of interfaces").items("a list of interfaces");
+            m_unreadIds.clear();
+            for (const JsonNode& item : items) {
+                tryReading([&] {
+                    s_InterfaceList entry;
+                    entry.stAuxiliaryInfo.usedByScreen.clear(); // not used by a screen unless the scenario says so
+                    bool known = false;
+                    // A bad id hides none of the interface's other problems.
+                    tryReading([&] {
+                        const JsonNode id = item.need("id", "an interface id");
+                        entry.interfaceId = id.int32();
+                        known = true;
+                        if (!m_ids.insert(entry.interfaceId).second)
+                            id.fail("interface " + std::to_string(entry.interfaceId) + " is defined twice");
+                    });
+                    if (!known)
+                        m_unreadIds.push_back(item.path() + "/id");
+                    interface(item, device, entry, false);
+                    device.interfaces.push_back(entry);
+                });
+            }
+        });
     } else if (node.has("interfaces")) {
-        for (const JsonNode& item : node.at("interfaces").items("a list of interface changes")) {
-            tryReading([&] {
-                const std::int32_t id = interfaceRef(item.need("id", "an interface id"));
-                for (s_InterfaceList& entry : device.interfaces) {
-                    if (entry.interfaceId == id)
-                        interface(item, device, entry, true);
-                }
-            });
-        }
+        tryReading([&] {
+            for (const JsonNode& item : node.at("interfaces").items("a list of interface changes")) {
+                tryReading([&] {
+                    std::optional<std::int32_t> id;
+                    tryReading([&] { id = interfaceRef(item.need("id", "an interface id")); });
+                    // Without a known id the changes are still checked, on a scratch entry.
+                    Device scratch;
+                    s_InterfaceList unknown;
+                    for (s_InterfaceList& entry : device.interfaces) {
+                        if (id && entry.interfaceId == *id)
+                            interface(item, device, entry, true);
+                    }
+                    if (!id)
+                        interface(item, scratch, unknown, true);
+                });
+            }
+        });
     }
 
+    // Each field on its own: one bad value hides none of the entry's others.
     if (node.has("screens")) {
         device.screens.clear();
         for (const JsonNode& item : node.at("screens").items("a list of screens"))
             tryReading([&] {
                 item.keys({"id", "index", "type", "outputs"});
                 Screen screen;
-                screen.info.screenId = static_cast<std::uint32_t>(item.need("id", "a screen id").integer(0, Word32Max));
                 screen.info.screenIndex = static_cast<std::uint32_t>(device.screens.size());
-                item.read("index", screen.info.screenIndex, 0, Word32Max);
-                item.read("type", screen.type);
-                for (const JsonNode& output :
-                     item.need("outputs", "a list of interface ids").items("a list of interface ids"))
-                    screen.info.stOutputDetailArry.emplace_back().interfaceId = interfaceRef(output);
+                tryReading([&] {
+                    screen.info.screenId =
+                        static_cast<std::uint32_t>(item.need("id", "a screen id").integer(0, Word32Max));
+                });
+                tryReading([&] { item.read("index", screen.info.screenIndex, 0, Word32Max); });
+                tryReading([&] { item.read("type", screen.type); });
+                tryReading([&] {
+                    for (const JsonNode& output :
+                         item.need("outputs", "a list of interface ids").items("a list of interface ids"))
+                        tryReading(
+                            [&] { screen.info.stOutputDetailArry.emplace_back().interfaceId = interfaceRef(output); });
+                });
                 device.screens.push_back(screen);
             });
     }
@@ -130,20 +193,28 @@ void Reader::device(const JsonNode& node, Device& device, bool patch)
             tryReading([&] {
                 item.keys({"slot", "subcard", "connectors"});
                 Subcard subcard;
-                subcard.info.slotId = item.need("slot", "a slot id").int32();
+                tryReading([&] { subcard.info.slotId = item.need("slot", "a slot id").int32(); });
                 subcard.value = subcard.info.slotId;
-                item.read("subcard", subcard.value);
-                for (const JsonNode& connector :
-                     item.need("connectors", "a list of connectors").items("a list of connectors")) {
-                    connector.keys({"connector", "key", "tied"});
-                    LCD::ProtoModel::Subcard::s_SubcardConnector record;
-                    record.connectorId = connector.need("connector", "a connector number").int32();
-                    record.connectorKey = connector.need("key", "the connector's key").int32();
-                    if (connector.has("tied"))
-                        subcard.tied[record.connectorKey] =
-                            connector.at("tied").integers("a list of connector numbers");
-                    subcard.info.stConnectorArry.push_back(record);
-                }
+                tryReading([&] { item.read("subcard", subcard.value); });
+                tryReading([&] {
+                    for (const JsonNode& connector :
+                         item.need("connectors", "a list of connectors").items("a list of connectors"))
+                        tryReading([&] {
+                            connector.keys({"connector", "key", "tied"});
+                            LCD::ProtoModel::Subcard::s_SubcardConnector record;
+                            tryReading([&] {
+                                record.connectorId = connector.need("connector", "a connector number").int32();
+                            });
+                            tryReading(
+                                [&] { record.connectorKey = connector.need("key", "the connector's key").int32(); });
+                            if (connector.has("tied"))
+                                tryReading([&] {
+                                    subcard.tied[record.connectorKey] =
+                                        connector.at("tied").integers("a list of connector numbers");
+                                });
+                            subcard.info.stConnectorArry.push_back(record);
+                        });
+                });
                 device.subcards.push_back(subcard);
             });
     }
@@ -161,15 +232,17 @@ void Reader::device(const JsonNode& node, Device& device, bool patch)
                 item.keys(
                     {"interface", "bandwidthLimit", "bandwidthNeeded", "overBandwidth", "maxFrameRate", "frameRates"});
                 s_TimigCheckResult verdict;
-                verdict.interfaceId = interfaceRef(item.need("interface", "an interface id"));
-                item.read("bandwidthLimit", verdict.bandwidthLimit, 0);
-                item.read("bandwidthNeeded", verdict.bandwidthNeeded, 0);
+                tryReading([&] { verdict.interfaceId = interfaceRef(item.need("interface", "an interface id")); });
+                tryReading([&] { item.read("bandwidthLimit", verdict.bandwidthLimit, 0); });
+                tryReading([&] { item.read("bandwidthNeeded", verdict.bandwidthNeeded, 0); });
                 if (item.has("overBandwidth"))
-                    verdict.overBandwidth = item.at("overBandwidth").boolean() ? 1 : 0;
-                item.read("maxFrameRate", verdict.maxFrameRate, 0);
+                    tryReading([&] { verdict.overBandwidth = item.at("overBandwidth").boolean() ? 1 : 0; });
+                tryReading([&] { item.read("maxFrameRate", verdict.maxFrameRate, 0); });
                 if (item.has("frameRates"))
-                    verdict.frameRates =
-                        item.at("frameRates").integers("a list of frame rates in hundredths of a Hz", 0);
+                    tryReading([&] {
+                        verdict.frameRates =
+                            item.at("frameRates").integers("a list of frame rates in hundredths of a Hz", 0);
+                    });
                 device.verdicts.push_back(verdict);
             });
     }
@@ -179,11 +252,12 @@ void Reader::device(const JsonNode& node, Device& device, bool patch)
             tryReading([&] {
                 item.keys({"answer", "codes"});
                 Assessment assessment;
-                item.readNullable("answer", assessment.answer, 0, 255);
-                if (item.has("codes")) {
-                    for (std::int32_t code : item.at("codes").integers("a list of assessment codes"))
-                        assessment.results.push_back({0, code});
-                }
+                tryReading([&] { item.readNullable("answer", assessment.answer, 0, 255); });
+                if (item.has("codes"))
+                    tryReading([&] {
+                        for (std::int32_t code : item.at("codes").integers("a list of assessment codes"))
+                            assessment.results.push_back({0, code});
+                    });
                 device.assessments.push_back(assessment);
             });
     }

@@ -84,10 +84,14 @@ Expectation Reader::expectation(const JsonNode& node) const
     } else {
         info = findMessage(text);
     }
-    if (info == nullptr)
-        ident.fail("unknown message \"" + text +
-                   "\"; expected a name or number of the message table (edidsim --messages-markdown), "
+    if (info == nullptr) {
+        Keys names = {"subcardOfSlot", "relatedConnectors"};
+        for (const MessageInfo& known : messageTable())
+            names.push_back(known.name);
+        ident.fail("unknown message \"" + text + "\"" + didYouMean(text, names) +
+                   "; expected a name or number of the message table (edidsim --messages-markdown), "
                    "subcardOfSlot or relatedConnectors");
+    }
     expectation.number = info->number;
     checkFields(expectableFields(*info), info->name);
     return expectation;

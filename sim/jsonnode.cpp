@@ -2,6 +2,7 @@
 #include "sim/jsonnode.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 
 namespace edidvm {
@@ -29,7 +30,59 @@ std::string oneLine(const std::string& text)
     }
     return line;
 }
+// Edits between a and b, a swap of neighbours counting as one.
+std::size_t editDistance(const std::string& a, const std::string& b)
+{
+    std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i)
+        d[i][0] = i;
+    for (std::size_t j = 0; j <= b.size(); ++j)
+        d[0][j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        }
+    }
+    return d[a.size()][b.size()];
+}
+
+std::string lower(std::string text)
+{
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+std::string withoutDigits(std::string text)
+{
+    text.erase(std::remove_if(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }), text.end());
+    return text;
+}
 } // namespace
+
+std::string didYouMean(const std::string& word, const Keys& candidates)
+{
+    // Long texts are no misspelling of a short name, and would cost.
+    if (word.empty() || word.size() > 64)
+        return {};
+    // About one edit in four letters: "colour" suggests nothing of "id, slot, connector".
+    const std::size_t limit = std::clamp<std::size_t>((word.size() + 1) / 4, 1, 3);
+    const std::string wanted = lower(word);
+    const std::string* best = nullptr;
+    std::size_t bestDistance = limit + 1;
+    for (const std::string& candidate : candidates) {
+        const std::size_t distance = editDistance(wanted, lower(candidate));
+        // param3 is no misspelling of param0: names that differ in their numbers only are different names.
+        const bool numbered = distance > 0 && withoutDigits(wanted) == withoutDigits(lower(candidate));
+        if (distance < bestDistance && distance < candidate.size() && candidate != word && !numbered) {
+            best = &candidate;
+            bestDistance = distance;
+        }
+    }
+    return best == nullptr ? std::string() : " (did you mean \"" + *best + "\"?)";
+}
 
 std::string joined(const Keys& keys)
 {
@@ -62,7 +115,7 @@ void JsonNode::keys(const Keys& allowed, const std::string& whose) const
     for (const auto& item : m_value.items()) {
         if (std::find(allowed.begin(), allowed.end(), item.key()) == allowed.end())
             child(item.key())
-                .report("unknown key" + whose + "; expected " +
+                .report("unknown key" + whose + didYouMean(item.key(), allowed) + "; expected " +
                         (allowed.empty() ? std::string("none") : "one of " + joined(allowed)));
     }
 }
@@ -135,8 +188,10 @@ std::string JsonNode::text() const
 
 bool JsonNode::boolean() const
 {
+    if (m_value.is_number_integer() && (m_value == 0 || m_value == 1))
+        return m_value == 1;
     if (!m_value.is_boolean())
-        expected("true or false");
+        expected("true or false (or 1 or 0)");
     return m_value.get<bool>();
 }
 

@@ -24,6 +24,11 @@ using Keys = std::vector<std::string>;
 // "a, b, c"
 std::string joined(const Keys& keys);
 
+// " (did you mean \"height\"?)" when one of candidates is a likely
+// misspelling of word: a few edits away (an insertion, deletion, change or
+// swap of neighbours each, case ignored). Empty when none is that close.
+std::string didYouMean(const std::string& word, const Keys& candidates);
+
 // Thrown after a problem is recorded: reading goes on at the next part that
 // does not depend on the one abandoned. Never leaves loadScenario.
 struct Abandoned
@@ -84,6 +89,7 @@ public:
     // A number a float holds: larger ones would convert undefined.
     float floatNumber(bool positive) const;
     std::string text() const;
+    // true or false, or 1 or 0 as the trace prints flags.
     bool boolean() const;
 
 private:

@@ -58,6 +58,11 @@ void copyResolution(const EdidTiming& from, Record& to)
 // that the records carry.
 const EdidTiming& importedTiming(const std::vector<EdidTiming>& timings);
 
+// Warnings for screens no choice can reach through their own output: it sits
+// on an interface whose slot has no subcard, or whose connector that subcard
+// does not list, so a choice on that interface never finds a screen.
+std::vector<std::string> unreachableScreens(const Device& device);
+
 class Reader
 {
 public:
@@ -82,6 +87,9 @@ private:
     std::filesystem::path m_base;
     std::vector<std::string>& m_notes;
     std::set<std::int32_t> m_ids;
+    // What of the device's interfaces was not read (an id of the wrong type,
+    // or no list): an id unknown to m_ids may be one of those.
+    std::vector<std::string> m_unreadIds;
 };
 
 } // namespace sim

@@ -60,7 +60,7 @@ Step Reader::step(const JsonNode& node, Device& device)
         Keys names;
         for (const StepKind& candidate : StepKinds)
             names.push_back(candidate.name);
-        what.fail("unknown step \"" + name + "\"; expected one of " + joined(names));
+        what.fail("unknown step \"" + name + "\"" + didYouMean(name, names) + "; expected one of " + joined(names));
     }
     Keys allowed = StepKeys;
     allowed.insert(allowed.end(), kind->keys.begin(), kind->keys.end());
@@ -100,7 +100,7 @@ void Reader::readAction(const JsonNode& node, Device& device, Step& step)
             tryReading([&] {
                 item.keys({"timing", "tag"});
                 std::int32_t tag = 0;
-                item.read("tag", tag);
+                tryReading([&] { item.read("tag", tag); });
                 const JsonNode timing = item.need("timing", "a timing");
                 if (step.action == Action::ThumbCheck)
                     step.thumbChecks.push_back({0, tag, readTiming(timing, ThumbWords, true), 0, 0});
@@ -124,7 +124,7 @@ void Reader::readAction(const JsonNode& node, Device& device, Step& step)
         break;
     }
     case Action::Answer:
-        step.accept = node.need("accept", "true or false").boolean();
+        tryReading([&] { step.accept = node.need("accept", "true or false").boolean(); });
         if (node.has("box"))
             step.box = node.at("box").int32();
         break;
@@ -133,10 +133,11 @@ void Reader::readAction(const JsonNode& node, Device& device, Step& step)
         for (const JsonNode& item : node.need("timings", "a list of timings").items("a list of timings"))
             tryReading([&] {
                 item.keys({"interface", "timing", "tailParam0"});
-                const std::int32_t id = interfaceRef(item.need("interface", "an interface id"));
-                const JsonNode timing = item.need("timing", "a timing");
+                std::int32_t id = 0;
+                tryReading([&] { id = interfaceRef(item.need("interface", "an interface id")); });
                 std::uint32_t tail = 0;
-                item.read("tailParam0", tail, 0, Word32Max);
+                tryReading([&] { item.read("tailParam0", tail, 0, Word32Max); });
+                const JsonNode timing = item.need("timing", "a timing");
                 if (step.action == Action::ChangedThumb)
                     step.thumbTimings.push_back({id, readTiming(timing, ThumbWords), tail, 0});
                 else

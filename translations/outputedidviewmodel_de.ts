@@ -11,5 +11,13 @@
         <source>Bandwidth limit exceeded. Please adjust the frame rate or advanced parameters and retry.</source>
         <translation>Bandbreitengrenze überschritten. Bitte Bildrate oder erweiterte Parameter anpassen und erneut versuchen.</translation>
     </message>
+    <message>
+        <source>screen %1</source>
+        <translation>Bildschirm %1</translation>
+    </message>
+    <message>
+        <source>This action will change the resolutions of the following screens: %1, Do you want to continue?</source>
+        <translation>Diese Aktion ändert die Auflösungen der folgenden Bildschirme: %1. Möchten Sie fortfahren?</translation>
+    </message>
 </context>
 </TS>

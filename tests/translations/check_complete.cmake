@@ -1,0 +1,77 @@
+# SPDX-License-Identifier: MIT
+# Runs lupdate over a copy of each translations/*.ts and fails when it would
+# add or drop a text, or when an entry is unfinished or empty.
+#   LUPDATE  the program
+#   REPO     the repository
+#   WORK     a directory for the copies, emptied first
+#   TABLE    name=folder,folder|...: the folders each translation family covers
+cmake_minimum_required(VERSION 3.21)
+string(REPLACE "|" ";" rows "${TABLE}")
+file(GLOB ts_files "${REPO}/translations/*.ts")
+if(NOT ts_files)
+  message(FATAL_ERROR "no translations/*.ts")
+endif()
+file(REMOVE_RECURSE "${WORK}")
+file(MAKE_DIRECTORY "${WORK}")
+
+# The <source> texts of a .ts, sorted.
+function(sources_of file out)
+  file(READ "${file}" text)
+  string(REPLACE ";" "&#59;" text "${text}") # a list separator to CMake
+  string(REGEX MATCHALL "<source>[^<]*</source>" found "${text}")
+  list(SORT found)
+  set(${out} "${found}" PARENT_SCOPE)
+endfunction()
+
+set(failures "")
+foreach(ts IN LISTS ts_files)
+  get_filename_component(name "${ts}" NAME_WE)
+  string(REGEX REPLACE "_[^_]*$" "" family "${name}")
+  set(folders "")
+  foreach(row IN LISTS rows)
+    if(row MATCHES "^${family}=(.*)$")
+      string(REPLACE "," ";" folders "${CMAKE_MATCH_1}")
+    endif()
+  endforeach()
+  if(NOT folders)
+    string(APPEND failures "${name}.ts: no row names its source folders (tests/translations/CMakeLists.txt)\n")
+    continue()
+  endif()
+  set(paths "")
+  foreach(folder IN LISTS folders)
+    list(APPEND paths "${REPO}/${folder}")
+  endforeach()
+  set(copy "${WORK}/${name}.ts")
+  file(COPY_FILE "${ts}" "${copy}")
+  execute_process(COMMAND "${LUPDATE}" -no-obsolete -locations none ${paths} -ts "${copy}"
+    RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT code EQUAL 0)
+    string(APPEND failures "${name}.ts: lupdate failed (${code}): ${out}${err}\n")
+    continue()
+  endif()
+  sources_of("${ts}" before)
+  sources_of("${copy}" after)
+  foreach(text IN LISTS after)
+    if(NOT text IN_LIST before)
+      string(APPEND failures "${name}.ts: lacks ${text}, which ${folders} translate\n")
+    endif()
+  endforeach()
+  foreach(text IN LISTS before)
+    if(NOT text IN_LIST after)
+      string(APPEND failures "${name}.ts: holds ${text}, which ${folders} no longer translate\n")
+    endif()
+  endforeach()
+  file(READ "${copy}" text)
+  string(REPLACE ";" "&#59;" text "${text}")
+  string(REGEX MATCHALL "<source>[^<]*</source>[ \n\r\t]*<translation(/>|>[ \n\r\t]*</translation>)"
+         empty "${text}")
+  string(REGEX MATCHALL "<source>[^<]*</source>[ \n\r\t]*<translation type=\"(unfinished|vanished|obsolete)\""
+         unfinished "${text}")
+  foreach(entry IN LISTS empty unfinished)
+    string(REGEX MATCH "<source>[^<]*</source>" source "${entry}")
+    string(APPEND failures "${name}.ts: ${source} is not translated\n")
+  endforeach()
+endforeach()
+if(failures)
+  message(FATAL_ERROR "incomplete translations:\n${failures}")
+endif()
