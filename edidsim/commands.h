@@ -5,6 +5,13 @@
 // it, and returns the program's exit status.
 
 #include <string>
+#include <vector>
+
+namespace edidvm {
+namespace sim {
+struct Scenario;
+} // namespace sim
+} // namespace edidvm
 
 namespace edidvm {
 namespace edidsim {
@@ -27,6 +34,12 @@ std::string commandsHelp();
 
 // edidsim [options] [SCENARIO...]: plays scenarios and prints the trace.
 int runCommand(int argc, char** argv, const Defaults& defaults);
+// edidsim --bless SCENARIO...: plays each scenario, read whole beforehand,
+// and writes what came into the steps that did not meet their expectations
+// (into every step when none is checked), in the canonical form.
+int blessScenarios(const std::vector<sim::Scenario>& scenarios, const std::string& plugin);
+// edidsim --format SCENARIO...: rewrites each file in the canonical form.
+int formatScenarios(const std::vector<std::string>& files);
 // edidsim decode FILE...: what the EDID decoder reads from each file, for a
 // person or (--json) a program.
 int decodeCommand(int argc, char** argv);

@@ -78,6 +78,14 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
                    "how the host behaves within the contract; overrides the scenario's \"host\" variation")
         ->check(CLI::IsMember(variations));
     app.add_flag("--messages-markdown", markdown, "print the message reference (docs/messages.md) and exit");
+    bool bless = false;
+    bool format = false;
+    app.add_flag("--bless", bless,
+                 "play each scenario and write what came into its steps that did not meet their expectations "
+                 "(every step when none has any), in the canonical form")
+        ->excludes("--json");
+    app.add_flag("--format", format, "rewrite each scenario file in the canonical form, without playing it")
+        ->excludes("--bless");
     app.set_version_flag("--version", std::string("edidsim ") + EDIDVM_VERSION);
     app.footer("Exit status, the worst of all scenarios: 0 every expectation met, 1 an expectation not met, 2 a bad "
                "scenario or command line (every file is checked before any runs), 3 a plug-in that does not load.\n\n" +
@@ -92,6 +100,13 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
         std::fputs(messagesMarkdown().c_str(), stdout);
         return Passed;
     }
+
+    if ((bless || format) && app.count("scenario") == 0) {
+        std::fprintf(stderr, "edidsim: %s needs the scenario files to rewrite\n", bless ? "--bless" : "--format");
+        return BadInput;
+    }
+    if (format)
+        return formatScenarios(files);
 
     // Every file is checked whole before anything runs.
     std::vector<Scenario> scenarios;
@@ -108,6 +123,8 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     }
     if (refused)
         return BadInput;
+    if (bless)
+        return blessScenarios(scenarios, plugin);
 
     Trace trace(stdout, json, colourWanted(json));
     std::optional<TraceLog> log(std::in_place, trace);

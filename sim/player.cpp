@@ -327,9 +327,10 @@ void Player::play(const Step& step)
 
 bool Player::check(std::size_t index, const Step& step)
 {
-    const std::vector<Entry> came = m_trace.takeOutputs();
-    const std::vector<Warning> logged = m_trace.takeWarnings();
-    if (!step.expect && !step.warnings)
+    m_lastOutcome = {m_trace.takeOutputs(), m_trace.takeWarnings(), step.expect || step.warnings, true};
+    const std::vector<Entry>& came = m_lastOutcome.came;
+    const std::vector<Warning>& logged = m_lastOutcome.logged;
+    if (!m_lastOutcome.checked)
         return true;
 
     bool met = true;
@@ -359,6 +360,7 @@ bool Player::check(std::size_t index, const Step& step)
     report(
         m_trace, index, "warnings", lines, [&](int i) { return "\"" + warnings[static_cast<std::size_t>(i)] + "\""; },
         [&](int j) { return "\"" + logged[static_cast<std::size_t>(j)].text + "\""; });
+    m_lastOutcome.met = met;
     return met;
 }
 

@@ -17,6 +17,15 @@
 namespace edidvm {
 namespace sim {
 
+// What a step put out and logged, as its expectations are compared with.
+struct StepOutcome
+{
+    std::vector<Entry> came;
+    std::vector<Warning> logged;
+    bool checked = false; // the step has expect or warnings
+    bool met = true;
+};
+
 class Player
 {
 public:
@@ -33,6 +42,8 @@ public:
     void start();
     // Plays the scenario's step; false when it did not meet its expectations.
     bool playStep(std::size_t index);
+    // The last step playStep played.
+    const StepOutcome& lastOutcome() const { return m_lastOutcome; }
     // Returns 1 when a host that kept envelopes found them changed.
     int finish();
     // Delivers a step made elsewhere (a user's action on the page), under
@@ -62,6 +73,7 @@ private:
     SimulatedDevice m_device;
     Model::s_MessageBoxRequest m_lastBox; // the last confirmation the component raised
     bool m_boxShown = false;
+    StepOutcome m_lastOutcome;
     std::vector<Observer> m_observers;
 };
 
