@@ -16,6 +16,8 @@ import jsonschema
 # of range, unknown step kinds or host variations.
 STRUCTURAL = [
     "control-characters.json",
+    "interface-id-string.json",
+    "misspelt-names.json",
     "missing-field.json",
     "negative-length.json",
     "number-overflow.json",  # 1e400: JSON's parser here reads infinity, beyond a float
@@ -42,8 +44,10 @@ VALID = [
     "diff-expectation.json",
     "edid-damaged.json",
     "edid-interlaced-preferred.json",
+    "flags-as-numbers.json",
     "unexpected-warning.json",
     "unmet-expectation.json",
+    "unreachable-screen.json",
 ]
 
 INTERFACE = {"id": 3, "thumb": {"width": 1920, "height": 1080, "refresh": 60}}
