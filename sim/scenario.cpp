@@ -13,11 +13,26 @@ namespace sim {
 
 using nlohmann::json;
 
+namespace {
+std::string problemsText(const std::vector<Problem>& problems)
+{
+    std::string text;
+    for (const Problem& problem : problems)
+        text += (text.empty() ? "" : "\n") + problem.file + ": " + (problem.path.empty() ? "" : problem.path + ": ") +
+                problem.message;
+    return text;
+}
+} // namespace
+
+ScenarioError::ScenarioError(std::vector<Problem> problems)
+    : std::runtime_error(problemsText(problems)), m_problems(std::move(problems))
+{}
+
 Scenario loadScenario(const std::string& file)
 {
     std::ifstream in(file, std::ios::binary);
     if (!in)
-        throw ScenarioError(file + ": cannot be read");
+        throw ScenarioError({{file, "", "cannot be read"}});
     std::stringstream text;
     text << in.rdbuf();
 
@@ -29,20 +44,22 @@ Scenario loadScenario(const std::string& file)
         // out_of_range.406 for a number beyond a double (1e400), which names no line.
         const std::string what = error.what();
         const std::size_t start = what.find("] ");
-        throw ScenarioError(file + ": " + (start == std::string::npos ? what : what.substr(start + 2)));
+        throw ScenarioError({{file, "", start == std::string::npos ? what : what.substr(start + 2)}});
     }
 
     Scenario scenario;
     scenario.file = file;
-    std::vector<std::string> problems;
+    std::vector<Problem> problems;
     tryReading([&] {
         Reader reader(std::filesystem::path(file).parent_path(), scenario.notes);
         const JsonNode top(root, "", problems);
-        top.keys({"name", "description", "host", "device", "steps"});
+        top.keys({"name", "description", "demonstration", "host", "device", "steps"});
         if (top.has("name"))
             tryReading([&] { scenario.name = top.at("name").text(); });
         if (top.has("description"))
             tryReading([&] { scenario.description = top.at("description").text(); });
+        if (top.has("demonstration"))
+            tryReading([&] { scenario.demonstration = top.at("demonstration").boolean(); });
         tryReading([&] {
             const JsonNode device = top.need("device", "the device's state");
             device.keys(deviceKeys());
@@ -56,10 +73,9 @@ Scenario loadScenario(const std::string& file)
             tryReading([&] { scenario.steps.push_back(reader.step(item, current)); });
     });
     if (!problems.empty()) {
-        std::string text;
-        for (const std::string& problem : problems)
-            text += (text.empty() ? "" : "\n") + file + ": " + problem;
-        throw ScenarioError(text);
+        for (Problem& problem : problems)
+            problem.file = file;
+        throw ScenarioError(std::move(problems));
     }
     return scenario;
 }
