@@ -106,30 +106,34 @@ std::string listed(const std::vector<std::string>& files)
 }
 
 // "3 scenarios: 1 passed, 1 failed (bug.json), 1 unchecked (todo.json); 9
-// steps (6 checked), 14 messages and 1 warning compared"; in JSON with the
-// exit status, the last record of every run.
-void traceSummary(Trace& trace, const Totals& totals, int status, bool played)
+// steps (6 checked), 14 messages and 1 warning compared"
+std::string summaryText(const Totals& totals)
 {
     const Tally& tally = totals.tally;
-    if (played) {
-        std::string text = plural(totals.scenarios, "scenario", "scenarios") + ": " +
-                           std::to_string(totals.count(Outcome::Passed)) + " passed, " +
-                           std::to_string(totals.count(Outcome::Failed)) + " failed" + listed(totals.failedFiles);
-        if (totals.count(Outcome::Unchecked) != 0)
-            text +=
-                ", " + std::to_string(totals.count(Outcome::Unchecked)) + " unchecked" + listed(totals.uncheckedFiles);
-        if (totals.count(Outcome::Demonstration) != 0)
-            text += ", " + plural(static_cast<std::size_t>(totals.count(Outcome::Demonstration)), "demonstration",
-                                  "demonstrations");
-        text += "; " + plural(static_cast<std::size_t>(tally.steps), "step", "steps") + " (" +
-                std::to_string(tally.checkedSteps) + " checked), " +
-                plural(static_cast<std::size_t>(tally.messages), "message", "messages") + " and " +
-                plural(static_cast<std::size_t>(tally.warnings), "warning", "warnings") + " compared";
-        if (!trace.json()) {
-            trace.heading(text, Fields());
-            return;
-        }
+    std::string text = plural(totals.scenarios, "scenario", "scenarios") + ": " +
+                       std::to_string(totals.count(Outcome::Passed)) + " passed, " +
+                       std::to_string(totals.count(Outcome::Failed)) + " failed" + listed(totals.failedFiles);
+    if (totals.count(Outcome::Unchecked) != 0)
+        text += ", " + std::to_string(totals.count(Outcome::Unchecked)) + " unchecked" + listed(totals.uncheckedFiles);
+    if (totals.count(Outcome::Demonstration) != 0)
+        text += ", " + plural(static_cast<std::size_t>(totals.count(Outcome::Demonstration)), "demonstration",
+                              "demonstrations");
+    return text + "; " + plural(static_cast<std::size_t>(tally.steps), "step", "steps") + " (" +
+           std::to_string(tally.checkedSteps) + " checked), " +
+           plural(static_cast<std::size_t>(tally.messages), "message", "messages") + " and " +
+           plural(static_cast<std::size_t>(tally.warnings), "warning", "warnings") + " compared";
+}
+
+// The last line of a run that played, and in JSON, with the exit status,
+// the last record of every run.
+void traceSummary(Trace& trace, const Totals& totals, int status, bool played)
+{
+    if (!trace.json()) {
+        if (played)
+            trace.heading(summaryText(totals), Fields());
+        return;
     }
+    const Tally& tally = totals.tally;
     trace.record({{"type", "summary"},
                   {"status", status},
                   {"scenarios", totals.scenarios},
