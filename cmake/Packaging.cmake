@@ -67,6 +67,7 @@ if(TARGET edidsim)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/scenarios/ DESTINATION share/edidsim/scenarios COMPONENT simulator)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/messages.md ${PROJECT_SOURCE_DIR}/docs/scenarios.md
                 ${PROJECT_SOURCE_DIR}/docs/scenario.schema.json
+          ${PROJECT_SOURCE_DIR}/docs/trace.md ${PROJECT_SOURCE_DIR}/docs/trace.schema.json
           DESTINATION share/doc/edidsim COMPONENT simulator)
   install(FILES ${edidvm_packaging_out}/edidsim.1.gz DESTINATION share/man/man1 COMPONENT simulator)
   edidvm_package_docs(simulator edidsim)

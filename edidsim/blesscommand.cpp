@@ -127,7 +127,7 @@ int blessFile(const Scenario& scenario, host::Host& host, Trace& trace)
             try {
                 loadScenario(written);
             } catch (const ScenarioError& error) {
-                throw ScenarioError(file + ": not blessed, the reader refuses the result:\n" + error.what());
+                throw ScenarioError(file, std::string("not blessed, the reader refuses the result:\n") + error.what());
             }
         });
         std::printf("blessed %s: %s changed%s\n", file.c_str(), counted.c_str(), changed == 0 ? ", reformatted" : "");

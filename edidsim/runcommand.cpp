@@ -4,6 +4,7 @@
 // of every message that crosses the component's boundary.
 
 #include "edidsim/commands.h"
+#include "edidsim/junitreport.h"
 #include "host/host.h"
 #include "host/variation.h"
 #include "sim/exitstatus.h"
@@ -16,7 +17,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,17 +44,165 @@ void printProblems(const std::string& problems)
     }
 }
 
-// "3 scenarios: 2 passed, 1 failed (bug.json)"
-void traceSummary(Trace& trace, std::size_t count, const std::vector<std::string>& failed)
+enum class Outcome { Passed, Failed, Unchecked, Demonstration };
+
+const char* outcomeName(Outcome outcome)
+{
+    switch (outcome) {
+    case Outcome::Passed:
+        return "passed";
+    case Outcome::Failed:
+        return "failed";
+    case Outcome::Unchecked:
+        return "unchecked";
+    case Outcome::Demonstration:
+        return "demonstration";
+    }
+    return "";
+}
+
+bool checksSomething(const Scenario& scenario)
+{
+    return std::any_of(scenario.steps.begin(), scenario.steps.end(),
+                       [](const Step& step) { return step.expect || step.warnings; });
+}
+
+// What a run played and compared, for its last line.
+struct Totals
+{
+    std::size_t scenarios = 0;    // given
+    int counts[4] = {0, 0, 0, 0}; // by Outcome
+    Tally tally;
+    std::vector<std::string> failedFiles;
+    std::vector<std::string> uncheckedFiles;
+    std::vector<std::string> refusedFiles;
+
+    void add(const std::string& file, Outcome outcome, const Tally& played)
+    {
+        ++counts[static_cast<int>(outcome)];
+        tally.steps += played.steps;
+        tally.checkedSteps += played.checkedSteps;
+        tally.messages += played.messages;
+        tally.warnings += played.warnings;
+        if (outcome == Outcome::Failed)
+            failedFiles.push_back(file);
+        if (outcome == Outcome::Unchecked)
+            uncheckedFiles.push_back(file);
+    }
+    int count(Outcome outcome) const { return counts[static_cast<int>(outcome)]; }
+};
+
+std::string plural(std::size_t count, const char* one, const char* many)
+{
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string listed(const std::vector<std::string>& files)
 {
     std::string names;
-    for (const std::string& file : failed)
-        names += (names.empty() ? "" : ", ") + std::filesystem::path(file).filename().string();
-    const std::size_t passed = count - failed.size();
-    trace.heading(
-        std::to_string(count) + " scenarios: " + std::to_string(passed) + " passed, " + std::to_string(failed.size()) +
-            " failed" + (names.empty() ? "" : " (" + names + ")"),
-        {{"summary", {{"scenarios", count}, {"passed", passed}, {"failed", failed.size()}, {"failedFiles", failed}}}});
+    for (const std::string& file : files)
+        names += (names.empty() ? "" : ", ") + file;
+    return names.empty() ? "" : " (" + names + ")";
+}
+
+// "3 scenarios: 1 passed, 1 failed (bug.json), 1 unchecked (todo.json); 9
+// steps (6 checked), 14 messages and 1 warning compared"
+std::string summaryText(const Totals& totals)
+{
+    const Tally& tally = totals.tally;
+    std::string text = plural(totals.scenarios, "scenario", "scenarios") + ": " +
+                       std::to_string(totals.count(Outcome::Passed)) + " passed, " +
+                       std::to_string(totals.count(Outcome::Failed)) + " failed" + listed(totals.failedFiles);
+    if (totals.count(Outcome::Unchecked) != 0)
+        text += ", " + std::to_string(totals.count(Outcome::Unchecked)) + " unchecked" + listed(totals.uncheckedFiles);
+    if (totals.count(Outcome::Demonstration) != 0)
+        text += ", " + plural(static_cast<std::size_t>(totals.count(Outcome::Demonstration)), "demonstration",
+                              "demonstrations");
+    return text + "; " + plural(static_cast<std::size_t>(tally.steps), "step", "steps") + " (" +
+           std::to_string(tally.checkedSteps) + " checked), " +
+           plural(static_cast<std::size_t>(tally.messages), "message", "messages") + " and " +
+           plural(static_cast<std::size_t>(tally.warnings), "warning", "warnings") + " compared";
+}
+
+// The last line of a run that played, and in JSON, with the exit status,
+// the last record of every run.
+void traceSummary(Trace& trace, const Totals& totals, int status, bool played)
+{
+    if (!trace.json()) {
+        if (played)
+            trace.heading(summaryText(totals), Fields());
+        return;
+    }
+    const Tally& tally = totals.tally;
+    trace.record({{"type", "summary"},
+                  {"status", status},
+                  {"scenarios", totals.scenarios},
+                  {"passed", totals.count(Outcome::Passed)},
+                  {"failed", totals.count(Outcome::Failed)},
+                  {"unchecked", totals.count(Outcome::Unchecked)},
+                  {"demonstrations", totals.count(Outcome::Demonstration)},
+                  {"refused", totals.refusedFiles.size()},
+                  {"steps", tally.steps},
+                  {"checkedSteps", tally.checkedSteps},
+                  {"messages", tally.messages},
+                  {"warnings", tally.warnings},
+                  {"failedFiles", totals.failedFiles},
+                  {"uncheckedFiles", totals.uncheckedFiles},
+                  {"refusedFiles", totals.refusedFiles}});
+}
+
+// What stops a run: on standard error, or in JSON a record.
+void traceError(Trace& trace, int status, const std::string& message)
+{
+    if (trace.json())
+        trace.record({{"type", "error"}, {"status", status}, {"message", message}});
+    else
+        std::fprintf(stderr, "edidsim: %s\n", message.c_str());
+}
+
+// The report is written however the run ends.
+class JunitFile
+{
+public:
+    explicit JunitFile(const std::vector<std::string>& files)
+    {
+        for (const std::string& file : files)
+            cases.push_back({file, JunitCase::Outcome::Skipped, "not played: the run stopped before it", ""});
+    }
+    ~JunitFile()
+    {
+        if (m_file == nullptr)
+            return;
+        std::fputs(junitXml(cases).c_str(), m_file);
+        std::fclose(m_file);
+    }
+    JunitFile(const JunitFile&) = delete;
+    JunitFile& operator=(const JunitFile&) = delete;
+
+    // Opened before anything runs, so a path that cannot be written is a bad command line.
+    bool open(const std::string& path)
+    {
+        m_file = std::fopen(path.c_str(), "w");
+        return m_file != nullptr;
+    }
+
+    std::vector<JunitCase> cases;
+
+private:
+    std::FILE* m_file = nullptr;
+};
+
+// A bad command line is reported as JSON when --json is asked for, though
+// the options could not be read.
+bool jsonAsked(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--") == 0)
+            break;
+        if (std::strcmp(argv[i], "--json") == 0)
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -67,13 +216,18 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     std::vector<std::string> files = {defaults.scenario};
     bool json = false;
     bool markdown = false;
+    bool requireChecks = false;
+    std::string junit;
     std::string variation;
     std::vector<std::string> variations;
     for (host::Variation known : host::allVariations())
         variations.push_back(host::variationName(known));
     app.add_option("scenario", files, "scenario files (JSON), played in order")->capture_default_str();
     app.add_option("--plugin", plugin, "the plug-in library to load")->capture_default_str();
-    app.add_flag("--json", json, "print the trace as JSON Lines");
+    app.add_flag("--json", json, "print the trace as JSON Lines (docs/trace.md), everything on standard output");
+    app.add_option("--junit", junit, "also write a JUnit XML report to this file, a test case per scenario file");
+    app.add_flag("--require-checks", requireChecks,
+                 "a scenario that expects nothing (and is no demonstration) fails instead of being unchecked");
     app.add_option("--host-variation", variation,
                    "how the host behaves within the contract; overrides the scenario's \"host\" variation")
         ->check(CLI::IsMember(variations));
@@ -87,12 +241,19 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     app.add_flag("--format", format, "rewrite each scenario file in the canonical form, without playing it")
         ->excludes("--bless");
     app.set_version_flag("--version", std::string("edidsim ") + EDIDVM_VERSION);
-    app.footer("Exit status, the worst of all scenarios: 0 every expectation met, 1 an expectation not met, 2 a bad "
-               "scenario or command line (every file is checked before any runs), 3 a plug-in that does not load.\n\n" +
+    app.footer("Exit status, the worst of all scenarios: 0 every expectation met (or nothing expected), 1 an "
+               "expectation not met (or, with --require-checks, nothing expected), 2 a bad scenario or command line "
+               "(every file is checked before any runs), 3 a plug-in that does not load.\n\n" +
                commandsHelp());
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0 && jsonAsked(argc, argv)) {
+            Trace trace(stdout, true, false);
+            traceError(trace, BadInput, error.what());
+            traceSummary(trace, Totals(), BadInput, false);
+            return BadInput;
+        }
         return app.exit(error) == 0 ? Passed : BadInput;
     }
 
@@ -108,52 +269,110 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     if (format)
         return formatScenarios(files);
 
+    Trace trace(stdout, json, colourWanted(json));
+    Totals totals;
+    totals.scenarios = files.size();
+    JunitFile report(files);
+    if (!junit.empty() && !report.open(junit)) {
+        traceError(trace, BadInput, junit + ": cannot be written");
+        traceSummary(trace, totals, BadInput, false);
+        return BadInput;
+    }
+
     // Every file is checked whole before anything runs.
     std::vector<Scenario> scenarios;
-    bool refused = false;
-    for (const std::string& file : files) {
+    for (std::size_t i = 0; i < files.size(); ++i) {
         try {
-            scenarios.push_back(loadScenario(file));
+            scenarios.push_back(loadScenario(files[i]));
             if (!variation.empty())
                 scenarios.back().host.variation = variation;
         } catch (const ScenarioError& error) {
-            printProblems(error.what());
-            refused = true;
+            for (const Problem& problem : error.problems()) {
+                if (json)
+                    trace.record({{"type", "problem"},
+                                  {"file", problem.file},
+                                  {"path", problem.path.empty() ? Fields() : Fields(problem.path)},
+                                  {"message", problem.message}});
+            }
+            if (!json)
+                printProblems(error.what());
+            totals.refusedFiles.push_back(files[i]);
+            report.cases[i] = {files[i], JunitCase::Outcome::Error,
+                               "refused: " + plural(error.problems().size(), "problem", "problems"),
+                               std::string(error.what()) + "\n"};
         }
     }
-    if (refused)
+    if (!totals.refusedFiles.empty()) {
+        for (JunitCase& item : report.cases) {
+            if (item.outcome == JunitCase::Outcome::Skipped)
+                item.message = "not played: a file was refused";
+        }
+        traceSummary(trace, totals, BadInput, false);
         return BadInput;
+    }
     if (bless)
         return blessScenarios(scenarios, plugin);
 
-    Trace trace(stdout, json, colourWanted(json));
     std::optional<TraceLog> log(std::in_place, trace);
 
     // Each scenario on a freshly loaded plug-in, as the device starts it.
-    std::vector<std::string> failedFiles;
-    for (const Scenario& scenario : scenarios) {
-        int failed = 0;
+    int status = Passed;
+    for (std::size_t i = 0; i < scenarios.size(); ++i) {
+        const Scenario& scenario = scenarios[i];
+        Tally tally;
         {
             host::Host host;
             if (!host.load(plugin)) {
                 log.reset();
-                std::fprintf(stderr, "edidsim: %s\n", host.error().c_str());
+                traceError(trace, PluginNotLoaded, host.error());
+                report.cases[i] = {scenario.file, JunitCase::Outcome::Error, "the plug-in does not load",
+                                   host.error() + "\n"};
+                traceSummary(trace, totals, PluginNotLoaded, false);
                 return PluginNotLoaded;
             }
             Player player(host, scenario, trace);
-            failed = player.run();
+            player.run();
+            tally = player.tally();
         }
-        if (failed != 0) {
-            std::fprintf(stderr, "edidsim: %s: %d step(s) did not meet their expectations\n", scenario.file.c_str(),
-                         failed);
-            failedFiles.push_back(scenario.file);
+        const std::string failures = trace.takeFailureText();
+        const Outcome outcome = tally.failures != 0         ? Outcome::Failed
+                                : checksSomething(scenario) ? Outcome::Passed
+                                : scenario.demonstration    ? Outcome::Demonstration
+                                                            : Outcome::Unchecked;
+        const bool refusedUnchecked = outcome == Outcome::Unchecked && requireChecks;
+        std::string why;
+        if (outcome == Outcome::Failed)
+            why = std::to_string(tally.failures) + " step(s) did not meet their expectations";
+        if (refusedUnchecked)
+            why = "nothing is checked: no step has \"expect\" or \"warnings\"";
+        if (json)
+            trace.record({{"type", "result"},
+                          {"file", scenario.file},
+                          {"outcome", outcomeName(outcome)},
+                          {"steps", tally.steps},
+                          {"checkedSteps", tally.checkedSteps},
+                          {"messages", tally.messages},
+                          {"warnings", tally.warnings},
+                          {"failures", tally.failures}});
+        else if (!why.empty())
+            std::fprintf(stderr, "edidsim: %s: %s\n", scenario.file.c_str(), why.c_str());
+
+        JunitCase& item = report.cases[i];
+        item = {scenario.file, JunitCase::Outcome::Passed, why, failures};
+        if (outcome == Outcome::Failed || refusedUnchecked) {
+            item.outcome = JunitCase::Outcome::Failed;
+            status = ExpectationsNotMet;
+        } else if (outcome == Outcome::Unchecked || outcome == Outcome::Demonstration) {
+            item.outcome = JunitCase::Outcome::Skipped;
+            item.message = outcome == Outcome::Unchecked ? "unchecked: no step has an expectation"
+                                                         : "a demonstration: nothing is expected";
         }
+        totals.add(scenario.file, outcome, tally);
     }
     log.reset();
 
-    if (scenarios.size() > 1)
-        traceSummary(trace, scenarios.size(), failedFiles);
-    return failedFiles.empty() ? Passed : ExpectationsNotMet;
+    traceSummary(trace, totals, status, true);
+    return status;
 }
 
 } // namespace edidsim

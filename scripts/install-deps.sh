@@ -17,8 +17,8 @@ packages=(
   qtbase5-dev qttools5-dev-tools
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
   edid-decode gcovr lintian
-  # The scenario schema's check.
-  python3-jsonschema
+  # The checks of the scenario schema, the simulator's JSON trace and JUnit report.
+  python3-jsonschema python3-junitparser
   # The desktop page, its QML modules, and a font to draw its pictures with.
   qtdeclarative5-dev qtquickcontrols2-5-dev qml-module-qtquick2 qml-module-qtquick-controls2
   qml-module-qtquick-layouts qml-module-qtquick-window2 qml-module-qtquick-templates2 fonts-dejavu-core

@@ -63,8 +63,8 @@ std::vector<Line> compare(std::size_t expected, std::size_t came,
     return lines;
 }
 
-void report(Trace& trace, std::size_t index, const char* what, const std::vector<Line>& lines,
-            const std::function<std::string(int)>& expectedText, const std::function<std::string(int)>& cameText)
+void report(Trace& trace, std::size_t index, const char* what, const std::vector<Line>& lines, const Show& expected,
+            const Show& came)
 {
     int counts[3] = {0, 0, 0}; // differing, missing, unexpected
     std::vector<std::size_t> changed;
@@ -78,17 +78,24 @@ void report(Trace& trace, std::size_t index, const char* what, const std::vector
         return;
     const char* const names[3] = {"differing", "missing", "unexpected"};
     std::string summary;
-    Fields record = {{"step", index}, {"what", what}};
+    Fields record = {{"type", "failure"}, {"step", index}, {"what", what}};
     for (int c = 0; c < 3; ++c) {
         record[names[c]] = counts[c];
         if (counts[c] != 0)
             summary += (summary.empty() ? "" : ", ") + std::to_string(counts[c]) + " " + names[c];
     }
     trace.failure("step " + std::to_string(index) + ": the " + what + " differ from the expectation: " + summary,
-                  {{"mismatch", record}});
+                  record);
 
-    const auto side = [](int position, const std::function<std::string(int)>& text) {
-        return position < 0 ? Fields() : Fields{{"index", position}, {"text", text(position)}};
+    const auto side = [](int position, const Show& show) {
+        if (position < 0)
+            return Fields();
+        Fields fields = {{"index", position}};
+        fields.update(show(position).record);
+        return fields;
+    };
+    const auto context = [&](std::size_t c) {
+        trace.difference(' ', "         #" + std::to_string(lines[c].came) + " " + came(lines[c].came).text, Fields());
     };
     std::size_t shownUpTo = 0; // lines before it are shown or skipped
     for (std::size_t k : changed) {
@@ -96,27 +103,25 @@ void report(Trace& trace, std::size_t index, const char* what, const std::vector
         if (first > shownUpTo)
             trace.difference(' ', "...", Fields());
         for (std::size_t c = first; c < k; ++c)
-            trace.difference(' ', "         #" + std::to_string(lines[c].came) + " " + cameText(lines[c].came),
-                             Fields());
+            context(c);
         const Line& line = lines[k];
         const char* change = line.mark == '!' ? "differing" : line.mark == '-' ? "missing" : "unexpected";
-        const Fields detail = {{"mismatch",
-                                {{"step", index},
-                                 {"what", what},
-                                 {"change", change},
-                                 {"expected", side(line.expected, expectedText)},
-                                 {"came", side(line.came, cameText)}}}};
+        const Fields detail = {{"type", "difference"},
+                               {"step", index},
+                               {"what", what},
+                               {"change", change},
+                               {"expected", side(line.expected, expected)},
+                               {"came", side(line.came, came)}};
         if (line.expected >= 0)
             trace.difference(line.mark,
-                             "expected #" + std::to_string(line.expected) + " " + expectedText(line.expected), detail);
+                             "expected #" + std::to_string(line.expected) + " " + expected(line.expected).text, detail);
         if (line.came >= 0)
-            trace.difference(line.mark, "came     #" + std::to_string(line.came) + " " + cameText(line.came),
+            trace.difference(line.mark, "came     #" + std::to_string(line.came) + " " + came(line.came).text,
                              line.expected >= 0 ? Fields() : detail);
         shownUpTo = k + 1;
         // The context after this difference, up to the next one.
         for (std::size_t c = k + 1; c < lines.size() && c <= k + Context && lines[c].mark == ' '; ++c) {
-            trace.difference(' ', "         #" + std::to_string(lines[c].came) + " " + cameText(lines[c].came),
-                             Fields());
+            context(c);
             shownUpTo = c + 1;
         }
     }

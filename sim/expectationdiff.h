@@ -32,11 +32,20 @@ std::vector<Line> compare(std::size_t expected, std::size_t came,
                           const std::function<bool(std::size_t, std::size_t)>& same,
                           const std::function<bool(std::size_t, std::size_t)>& sameKind);
 
+// How an item of one side shows: its line of text, and its fields for
+// programs ("index" is added).
+struct Shown
+{
+    std::string text;
+    Fields record = Fields::object();
+};
+using Show = std::function<Shown(int)>;
+
 // Prints the comparison of what a step expected (messages or warnings) with
 // what came, when they differ, as diff would: matched lines near a
 // difference for context, then each difference marked.
-void report(Trace& trace, std::size_t index, const char* what, const std::vector<Line>& lines,
-            const std::function<std::string(int)>& expectedText, const std::function<std::string(int)>& cameText);
+void report(Trace& trace, std::size_t index, const char* what, const std::vector<Line>& lines, const Show& expected,
+            const Show& came);
 
 } // namespace sim
 } // namespace edidvm

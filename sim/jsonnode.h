@@ -4,6 +4,8 @@
 // Checking a JSON document while reading it: each value knows where it sits,
 // and every problem found is recorded, so that one run reports them all.
 
+#include "sim/problem.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -51,7 +53,7 @@ void tryReading(Read read)
 class JsonNode
 {
 public:
-    JsonNode(const nlohmann::json& value, std::string path, std::vector<std::string>& problems)
+    JsonNode(const nlohmann::json& value, std::string path, std::vector<Problem>& problems)
         : m_value(value), m_path(std::move(path)), m_problems(problems)
     {}
 
@@ -100,7 +102,7 @@ private:
 
     const nlohmann::json& m_value;
     std::string m_path;
-    std::vector<std::string>& m_problems;
+    std::vector<Problem>& m_problems; // their file is left empty
 };
 
 } // namespace sim

@@ -43,11 +43,24 @@ bool matches(const Expectation& expected, const Entry& came)
     return same && fieldsMatch(came.fields, expected.fields);
 }
 
-std::string expectationText(const Expectation& expected)
+Shown expectationShown(const Expectation& expected)
 {
-    if (!expected.call.empty())
-        return entryText(0, expected.call, expected.fields);
-    return entryText(expected.number, findMessage(expected.number)->name, expected.fields);
+    const bool call = !expected.call.empty();
+    const std::string name = call ? expected.call : findMessage(expected.number)->name;
+    return {entryText(call ? 0 : expected.number, name, expected.fields),
+            {{"number", call ? Fields() : Fields(hexNumber(expected.number))},
+             {"name", name},
+             {"fields", expected.fields}}};
+}
+
+Shown entryShown(const Entry& entry)
+{
+    return {entryText(entry.number, entry.name, entry.fields),
+            {{"kind", entry.kind},
+             {"number", entry.number != 0 ? Fields(hexNumber(entry.number)) : Fields()},
+             {"name", entry.name},
+             {"length", entry.length >= 0 ? Fields(entry.length) : Fields()},
+             {"fields", entry.fields}}};
 }
 } // namespace
 
@@ -157,9 +170,11 @@ void Player::start()
     });
 
     traceDescription();
-    const std::string file = std::filesystem::path(m_scenario.file).filename().string();
-    m_trace.heading("scenario " + file + (m_scenario.name.empty() ? "" : ": " + m_scenario.name),
-                    {{"scenario", file}, {"name", m_scenario.name}});
+    m_trace.heading("scenario " + m_scenario.file + (m_scenario.name.empty() ? "" : ": " + m_scenario.name),
+                    {{"type", "scenario"},
+                     {"file", m_scenario.file},
+                     {"name", m_scenario.name},
+                     {"demonstration", m_scenario.demonstration}});
     for (const std::string& note : m_scenario.notes)
         m_trace.note(note);
     applyHostBehaviour();
@@ -177,15 +192,19 @@ bool Player::playStep(std::size_t index)
 {
     const Step& step = m_scenario.steps.at(index);
     m_trace.heading("step " + std::to_string(index) + " " + step.name + (step.note.empty() ? "" : ": " + step.note),
-                    {{"step", index}, {"do", step.name}, {"note", step.note}});
+                    {{"type", "step"}, {"step", index}, {"do", step.name}, {"note", step.note}});
     play(step);
     m_host.recorder().clear();
-    return check(index, step);
+    ++m_tally.steps;
+    const bool met = check(index, step);
+    if (!met)
+        ++m_tally.failures;
+    return met;
 }
 
 void Player::act(const Step& step, const std::string& heading)
 {
-    m_trace.heading(heading, {{"page", step.name}});
+    m_trace.heading(heading, {{"type", "page"}, {"do", step.name}, {"text", heading}});
     play(step);
     m_host.recorder().clear();
     m_trace.takeOutputs();
@@ -200,7 +219,8 @@ int Player::finish()
     const std::string changed = m_host.keptEnvelopesChanged();
     if (changed.empty())
         return 0;
-    m_trace.note("host: " + changed);
+    m_trace.failure("host: " + changed, {{"type", "failure"}, {"what", "host"}, {"text", changed}}, "    ");
+    ++m_tally.failures;
     return 1;
 }
 
@@ -210,7 +230,7 @@ void Player::traceDescription()
     const kpf::PluginInfo* info = m_host.pluginInfo();
     const std::string file = std::filesystem::path(m_host.path()).filename().string();
     if (info == nullptr) {
-        m_trace.heading("plug-in " + file, {{"plugin", {{"file", file}}}});
+        m_trace.heading("plug-in " + file, {{"type", "plugin"}, {"file", file}});
         return;
     }
     std::string ids;
@@ -221,13 +241,13 @@ void Player::traceDescription()
     }
     m_trace.heading("plug-in " + file + ": " + text(info->name) + " " + text(info->pluginVersion) +
                         ", description version " + text(info->version) + ", component " + ids,
-                    {{"plugin",
-                      {{"file", file},
-                       {"name", text(info->name)},
-                       {"pluginVersion", text(info->pluginVersion)},
-                       {"version", text(info->version)},
-                       {"description", text(info->description)},
-                       {"components", components}}}});
+                    {{"type", "plugin"},
+                     {"file", file},
+                     {"name", text(info->name)},
+                     {"pluginVersion", text(info->pluginVersion)},
+                     {"version", text(info->version)},
+                     {"description", text(info->description)},
+                     {"components", components}});
 }
 
 void Player::deliver(std::uint32_t number, const void* data, int size)
@@ -333,9 +353,11 @@ bool Player::check(std::size_t index, const Step& step)
     if (!m_lastOutcome.checked)
         return true;
 
+    ++m_tally.checkedSteps;
     bool met = true;
     if (step.expect) {
         const std::vector<Expectation>& expected = *step.expect;
+        m_tally.messages += static_cast<int>(expected.size());
         const auto same = [&](std::size_t i, std::size_t j) { return matches(expected[i], came[j]); };
         const auto sameKind = [&](std::size_t i, std::size_t j) {
             return expected[i].call.empty() ? came[j].number == expected[i].number : came[j].name == expected[i].call;
@@ -344,22 +366,27 @@ bool Player::check(std::size_t index, const Step& step)
         met = std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; });
         report(
             m_trace, index, "messages", lines,
-            [&](int i) { return expectationText(expected[static_cast<std::size_t>(i)]); },
-            [&](int j) {
-                const Entry& entry = came[static_cast<std::size_t>(j)];
-                return entryText(entry.number, entry.name, entry.fields);
-            });
+            [&](int i) { return expectationShown(expected[static_cast<std::size_t>(i)]); },
+            [&](int j) { return entryShown(came[static_cast<std::size_t>(j)]); });
     }
     // With expected messages, a warning nobody expected is a mismatch too.
     const std::vector<std::string> warnings = step.warnings.value_or(std::vector<std::string>());
+    m_tally.warnings += static_cast<int>(warnings.size());
     const auto same = [&](std::size_t i, std::size_t j) { return warnings[i] == logged[j].text; };
     const auto never = [](std::size_t, std::size_t) { return false; };
     const std::vector<Line> lines = compare(warnings.size(), logged.size(), same, never);
     if (!std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; }))
         met = false;
     report(
-        m_trace, index, "warnings", lines, [&](int i) { return "\"" + warnings[static_cast<std::size_t>(i)] + "\""; },
-        [&](int j) { return "\"" + logged[static_cast<std::size_t>(j)].text + "\""; });
+        m_trace, index, "warnings", lines,
+        [&](int i) {
+            const std::string& text = warnings[static_cast<std::size_t>(i)];
+            return Shown{"\"" + text + "\"", {{"text", text}}};
+        },
+        [&](int j) {
+            const Warning& warning = logged[static_cast<std::size_t>(j)];
+            return Shown{"\"" + warning.text + "\"", {{"text", warning.text}, {"function", warning.function}}};
+        });
     m_lastOutcome.met = met;
     return met;
 }

@@ -26,6 +26,16 @@ struct StepOutcome
     bool met = true;
 };
 
+// What a scenario's play compared with its expectations.
+struct Tally
+{
+    int steps = 0;        // played
+    int checkedSteps = 0; // with "expect" or "warnings"
+    int messages = 0;     // expected messages (and service calls) compared
+    int warnings = 0;     // expected warnings compared
+    int failures = 0;     // steps that did not meet them, and the host's own check
+};
+
 class Player
 {
 public:
@@ -35,7 +45,7 @@ public:
     Player& operator=(const Player&) = delete;
 
     // Starts the component and plays every step. Returns how many steps
-    // did not meet their expectations.
+    // did not meet their expectations (tally().failures).
     int run();
 
     // run() in parts, for a page that plays steps one at a time.
@@ -54,6 +64,7 @@ public:
     using Observer = std::function<void(const host::SentMessage&, const void*)>;
     void addObserver(Observer observer) { m_observers.push_back(std::move(observer)); }
     const SimulatedDevice& device() const { return m_device; }
+    const Tally& tally() const { return m_tally; }
     // The last confirmation the component raised; none before the first.
     const Model::s_MessageBoxRequest* lastBox() const { return m_boxShown ? &m_lastBox : nullptr; }
 
@@ -75,6 +86,7 @@ private:
     bool m_boxShown = false;
     StepOutcome m_lastOutcome;
     std::vector<Observer> m_observers;
+    Tally m_tally;
 };
 
 // Whether every field of expected is in actual with the same value; lists

@@ -25,11 +25,11 @@ std::string readFile(const std::string& file)
 {
     std::error_code error;
     if (std::filesystem::is_directory(file, error))
-        throw ScenarioError(file + ": is a directory, not a scenario file");
+        throw ScenarioError({{file, "", "is a directory, not a scenario file"}});
     errno = 0;
     std::FILE* in = std::fopen(file.c_str(), "rb");
     if (in == nullptr)
-        throw ScenarioError(file + ": cannot be read: " + std::strerror(errno));
+        throw ScenarioError({{file, "", std::string("cannot be read: ") + std::strerror(errno)}});
     std::string text;
     char buffer[65536];
     std::size_t count = 0;
@@ -38,7 +38,7 @@ std::string readFile(const std::string& file)
     const int failed = std::ferror(in) ? errno : 0;
     std::fclose(in);
     if (failed != 0)
-        throw ScenarioError(file + ": cannot be read: " + std::strerror(failed));
+        throw ScenarioError({{file, "", std::string("cannot be read: ") + std::strerror(failed)}});
     return text;
 }
 
@@ -59,7 +59,20 @@ void noteUnreachableScreens(Scenario& scenario)
         before = std::move(now);
     }
 }
+
+std::string problemsText(const std::vector<Problem>& problems)
+{
+    std::string text;
+    for (const Problem& problem : problems)
+        text += (text.empty() ? "" : "\n") + problem.file + ": " + (problem.path.empty() ? "" : problem.path + ": ") +
+                problem.message;
+    return text;
+}
 } // namespace
+
+ScenarioError::ScenarioError(std::vector<Problem> problems)
+    : std::runtime_error(problemsText(problems)), m_problems(std::move(problems))
+{}
 
 Scenario loadScenario(const std::string& file)
 {
@@ -73,20 +86,22 @@ Scenario loadScenario(const std::string& file)
         // out_of_range.406 for a number beyond a double (1e400), which names no line.
         const std::string what = error.what();
         const std::size_t start = what.find("] ");
-        throw ScenarioError(file + ": " + (start == std::string::npos ? what : what.substr(start + 2)));
+        throw ScenarioError({{file, "", start == std::string::npos ? what : what.substr(start + 2)}});
     }
 
     Scenario scenario;
     scenario.file = file;
-    std::vector<std::string> problems;
+    std::vector<Problem> problems;
     tryReading([&] {
         Reader reader(std::filesystem::path(file).parent_path(), scenario.notes);
         const JsonNode top(root, "", problems);
-        top.keys({"name", "description", "host", "device", "steps"});
+        top.keys({"name", "description", "demonstration", "host", "device", "steps"});
         if (top.has("name"))
             tryReading([&] { scenario.name = top.at("name").text(); });
         if (top.has("description"))
             tryReading([&] { scenario.description = top.at("description").text(); });
+        if (top.has("demonstration"))
+            tryReading([&] { scenario.demonstration = top.at("demonstration").boolean(); });
         tryReading([&] {
             const JsonNode device = top.need("device", "the device's state");
             device.keys(deviceKeys());
@@ -100,12 +115,14 @@ Scenario loadScenario(const std::string& file)
             tryReading([&] { scenario.steps.push_back(reader.step(item, current)); });
     });
     if (!problems.empty()) {
-        std::string lines;
-        for (std::size_t i = 0; i < problems.size() && i < ProblemsShown; ++i)
-            lines += (lines.empty() ? "" : "\n") + file + ": " + problems[i];
-        if (problems.size() > ProblemsShown)
-            lines += "\n" + file + ": " + std::to_string(problems.size() - ProblemsShown) + " more problems not shown";
-        throw ScenarioError(lines);
+        for (Problem& problem : problems)
+            problem.file = file;
+        if (problems.size() > ProblemsShown) {
+            const std::size_t more = problems.size() - ProblemsShown;
+            problems.resize(ProblemsShown);
+            problems.push_back({file, "", std::to_string(more) + " more problems not shown"});
+        }
+        throw ScenarioError(std::move(problems));
     }
     noteUnreachableScreens(scenario);
     return scenario;

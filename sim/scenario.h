@@ -8,6 +8,7 @@
 #include "protomodel/interfacerecords.h"
 #include "protomodel/screenrecords.h"
 #include "sim/messages.h"
+#include "sim/problem.h"
 
 #include <cstdint>
 #include <map>
@@ -20,12 +21,19 @@
 namespace edidvm {
 namespace sim {
 
-// "FILE: /json/path: what was expected" (or the parser's line and column),
-// one line for each problem of the file.
+// A refused file: what() is "FILE: /json/path: what was expected" (or the
+// parser's line and column), one line for each problem, which problems()
+// holds apart.
 class ScenarioError : public std::runtime_error
 {
 public:
-    using std::runtime_error::runtime_error;
+    explicit ScenarioError(std::vector<Problem> problems);
+    // One problem of the whole file.
+    ScenarioError(const std::string& file, const std::string& message) : ScenarioError({{file, "", message}}) {}
+    const std::vector<Problem>& problems() const { return m_problems; }
+
+private:
+    std::vector<Problem> m_problems;
 };
 
 // One mode of an interface's EDID, as a step may choose it.
@@ -144,6 +152,7 @@ struct Scenario
     std::string file;
     std::string name;
     std::string description;
+    bool demonstration = false; // shows behaviour without checking it: expecting nothing is no fault
     HostBehaviour host;
     Device device;
     std::vector<std::string> notes; // from reading EDID files

@@ -87,7 +87,7 @@ ordered_json readScenarioDocument(const std::string& file)
 {
     std::ifstream in(file, std::ios::binary);
     if (!in)
-        throw ScenarioError(file + ": cannot be read");
+        throw ScenarioError(file, "cannot be read");
     std::stringstream text;
     text << in.rdbuf();
     try {
@@ -96,7 +96,7 @@ ordered_json readScenarioDocument(const std::string& file)
         // As loadScenario words it: without the exception's "[json.exception...] ".
         const std::string what = error.what();
         const std::size_t start = what.find("] ");
-        throw ScenarioError(file + ": " + (start == std::string::npos ? what : what.substr(start + 2)));
+        throw ScenarioError(file, start == std::string::npos ? what : what.substr(start + 2));
     }
 }
 
@@ -114,10 +114,10 @@ void replaceScenarioFile(const std::string& file, const std::string& text,
     std::string temporary = file + ".XXXXXX";
     const int descriptor = mkstemp(temporary.data());
     if (descriptor < 0)
-        throw ScenarioError(file + ": cannot create a file beside it: " + std::strerror(errno));
+        throw ScenarioError(file, std::string("cannot create a file beside it: ") + std::strerror(errno));
     const auto fail = [&](const std::string& what) {
         ::unlink(temporary.c_str());
-        throw ScenarioError(file + ": " + what);
+        throw ScenarioError(file, what);
     };
     bool written = true;
     for (std::size_t done = 0; written && done < text.size();) {

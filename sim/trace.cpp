@@ -58,7 +58,10 @@ std::string entryText(std::uint32_t number, const std::string& name, const Field
     return text;
 }
 
-Trace::Trace(std::FILE* out, bool json, bool colour) : m_out(out), m_json(json), m_colour(colour) {}
+Trace::Trace(std::FILE* out, bool json, bool colour) : m_out(out), m_json(json), m_colour(colour)
+{
+    record({{"type", "trace"}, {"version", Version}});
+}
 
 void Trace::line(const char* colour, const std::string& text, const Fields& record)
 {
@@ -92,7 +95,7 @@ void Trace::entry(const Entry& entry)
     while (!text.empty() && text.back() == ' ')
         text.pop_back();
 
-    Fields record = {{"dir", in ? "in" : "out"}, {"kind", entry.kind}};
+    Fields record = {{"type", "message"}, {"dir", in ? "in" : "out"}, {"kind", entry.kind}};
     record["number"] = entry.number != 0 ? Fields(hexNumber(entry.number)) : Fields();
     record["name"] = entry.name;
     record["length"] = entry.length >= 0 ? Fields(entry.length) : Fields();
@@ -104,31 +107,47 @@ void Trace::warning(const Warning& warning)
 {
     m_warnings.push_back(warning);
     line(Yellow, "    warning " + shortName(warning.function) + ": " + warning.text,
-         {{"warning", warning.text}, {"function", warning.function}});
+         {{"type", "warning"}, {"text", warning.text}, {"function", warning.function}});
 }
 
 void Trace::note(const std::string& text)
 {
-    line(nullptr, "    " + text, {{"note", text}});
+    line(nullptr, "    " + text, {{"type", "note"}, {"text", text}});
 }
 
-void Trace::failure(const std::string& text, const Fields& record)
+void Trace::failure(const std::string& text, const Fields& record, const char* mark)
 {
-    line(Red, "!! " + text, record);
+    m_failureText += mark + text + "\n";
+    line(Red, mark + text, record);
+}
+
+void Trace::record(const Fields& record)
+{
+    if (m_json)
+        line(nullptr, "", record);
 }
 
 void Trace::difference(char mark, const std::string& text, const Fields& record)
 {
+    const std::string shown = std::string("   ") + mark + " " + text;
+    m_failureText += shown + "\n";
     if (m_json && record.is_null())
         return;
     const char* colour = mark == '-' ? Red : mark == '+' ? Green : mark == '!' ? Yellow : nullptr;
-    line(colour, std::string("   ") + mark + " " + text, record);
+    line(colour, shown, record);
 }
 
 std::vector<Entry> Trace::takeOutputs()
 {
     std::vector<Entry> taken;
     taken.swap(m_outputs);
+    return taken;
+}
+
+std::string Trace::takeFailureText()
+{
+    std::string taken;
+    taken.swap(m_failureText);
     return taken;
 }
 

@@ -8,12 +8,18 @@
 #   CONTAINS  texts its output (stdout and stderr) must hold, separated by |
 #   LACKS     texts its output must not hold, separated by |
 #   EQUALS    a file its standard output must equal
+#   WORKDIR   where it runs; the test's build directory when not given
 #   JSON_LINES  ON: every line of standard output must be a JSON object with
-#             one of the trace's record keys
+#             a "type", the first the trace's version record, the last its
+#             summary; nothing may go to standard error
 # Any sanitizer report on standard error fails the check.
 string(REPLACE "|" ";" args "${ARGS}")
 string(REPLACE "|" ";" emulator "${EMULATOR}")
-execute_process(COMMAND ${emulator} ${PROGRAM} ${args} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT DEFINED WORKDIR)
+  set(WORKDIR "${CMAKE_CURRENT_BINARY_DIR}")
+endif()
+execute_process(COMMAND ${emulator} ${PROGRAM} ${args} WORKING_DIRECTORY "${WORKDIR}"
+                RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
 # A sanitizer's report ends the program with status 1, which some checks expect.
 if(err MATCHES "(ERROR|WARNING): [A-Za-z]+Sanitizer|runtime error:")
   message(FATAL_ERROR "a sanitizer report\n--- stderr\n${err}")
@@ -63,19 +69,22 @@ if(JSON_LINES)
     if(error OR NOT type STREQUAL "OBJECT")
       message(FATAL_ERROR "not a JSON object: ${line}\n${error}")
     endif()
-    set(known FALSE)
-    foreach(key dir warning note step scenario mismatch plugin summary)
-      string(JSON value ERROR_VARIABLE missing GET "${line}" ${key})
-      if(NOT missing)
-        set(known TRUE)
-      endif()
-    endforeach()
-    if(NOT known)
+    string(JSON type ERROR_VARIABLE missing GET "${line}" type)
+    if(missing OR type STREQUAL "")
       message(FATAL_ERROR "a JSON line that is no trace record: ${line}")
+    endif()
+    if(count EQUAL 0 AND NOT line STREQUAL "{\"type\":\"trace\",\"version\":1}")
+      message(FATAL_ERROR "the first record is not the trace's version: ${line}")
     endif()
     math(EXPR count "${count} + 1")
   endwhile()
   if(count EQUAL 0)
     message(FATAL_ERROR "no output")
+  endif()
+  if(NOT type STREQUAL "summary")
+    message(FATAL_ERROR "the last record is no summary: ${line}")
+  endif()
+  if(NOT err STREQUAL "")
+    message(FATAL_ERROR "JSON asked for, but the standard error holds:\n${err}")
   endif()
 endif()

@@ -41,10 +41,12 @@ SEMANTIC = [
 UNPARSABLE = ["syntax-error.json"]
 # Taken by the reader: they test the play, not the reading.
 VALID = [
+    "demonstration.json",
     "diff-expectation.json",
     "edid-damaged.json",
     "edid-interlaced-preferred.json",
     "flags-as-numbers.json",
+    "unchecked.json",
     "unexpected-warning.json",
     "unmet-expectation.json",
     "unreachable-screen.json",

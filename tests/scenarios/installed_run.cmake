@@ -37,7 +37,7 @@ function(run expected_code expected_text)
   endif()
 endfunction()
 
-run(0 "== scenario default.json: the installed default")
+run(0 "/scenarios/default.json: the installed default")
 # A broken installed library must be the one that fails to load, though the
 # build tree's loads.
 file(WRITE "${plugins}" "not a library\n")
