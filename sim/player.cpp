@@ -329,8 +329,23 @@ bool Player::check(std::size_t index, const Step& step)
 {
     const std::vector<Entry> came = m_trace.takeOutputs();
     const std::vector<Warning> logged = m_trace.takeWarnings();
+    m_result = {};
     if (!step.expect && !step.warnings)
         return true;
+    m_result.expected = true;
+    // What differs, in the words of the trace's difference lines.
+    const auto note = [this](const std::vector<Line>& lines, const std::function<std::string(int)>& expectedText,
+                             const std::function<std::string(int)>& cameText) {
+        for (const Line& line : lines) {
+            if (line.mark == '-')
+                m_result.differences.push_back("missing " + expectedText(line.expected));
+            else if (line.mark == '+')
+                m_result.differences.push_back("unexpected " + cameText(line.came));
+            else if (line.mark == '!')
+                m_result.differences.push_back("expected " + expectedText(line.expected) + ", came " +
+                                               cameText(line.came));
+        }
+    };
 
     bool met = true;
     if (step.expect) {
@@ -341,13 +356,13 @@ bool Player::check(std::size_t index, const Step& step)
         };
         const std::vector<Line> lines = compare(expected.size(), came.size(), same, sameKind);
         met = std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; });
-        report(
-            m_trace, index, "messages", lines,
-            [&](int i) { return expectationText(expected[static_cast<std::size_t>(i)]); },
-            [&](int j) {
-                const Entry& entry = came[static_cast<std::size_t>(j)];
-                return entryText(entry.number, entry.name, entry.fields);
-            });
+        const auto expectedText = [&](int i) { return expectationText(expected[static_cast<std::size_t>(i)]); };
+        const auto cameText = [&](int j) {
+            const Entry& entry = came[static_cast<std::size_t>(j)];
+            return entryText(entry.number, entry.name, entry.fields);
+        };
+        report(m_trace, index, "messages", lines, expectedText, cameText);
+        note(lines, expectedText, cameText);
     }
     // With expected messages, a warning nobody expected is a mismatch too.
     const std::vector<std::string> warnings = step.warnings.value_or(std::vector<std::string>());
@@ -356,9 +371,13 @@ bool Player::check(std::size_t index, const Step& step)
     const std::vector<Line> lines = compare(warnings.size(), logged.size(), same, never);
     if (!std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; }))
         met = false;
-    report(
-        m_trace, index, "warnings", lines, [&](int i) { return "\"" + warnings[static_cast<std::size_t>(i)] + "\""; },
-        [&](int j) { return "\"" + logged[static_cast<std::size_t>(j)].text + "\""; });
+    const auto expectedWarning = [&](int i) { return "\"" + warnings[static_cast<std::size_t>(i)] + "\""; };
+    const auto loggedWarning = [&](int j) { return "\"" + logged[static_cast<std::size_t>(j)].text + "\""; };
+    report(m_trace, index, "warnings", lines, expectedWarning, loggedWarning);
+    note(
+        lines, [&](int i) { return "warning " + expectedWarning(i); },
+        [&](int j) { return "warning " + loggedWarning(j); });
+    m_result.met = met;
     return met;
 }
 

@@ -12,6 +12,7 @@
 #include "viewmodel/viewmodelrecords.h"
 
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace edidvm {
@@ -43,6 +44,15 @@ public:
     using Observer = std::function<void(const host::SentMessage&, const void*)>;
     void addObserver(Observer observer) { m_observers.push_back(std::move(observer)); }
     const SimulatedDevice& device() const { return m_device; }
+    // The last played step's comparison with its expectations: the
+    // differences, first ones first, as the trace's lines name them.
+    struct StepResult
+    {
+        bool expected = false; // the step had expectations
+        bool met = true;
+        std::vector<std::string> differences;
+    };
+    const StepResult& lastResult() const { return m_result; }
     // The last confirmation the component raised; none before the first.
     const Model::s_MessageBoxRequest* lastBox() const { return m_boxShown ? &m_lastBox : nullptr; }
 
@@ -63,6 +73,7 @@ private:
     Model::s_MessageBoxRequest m_lastBox; // the last confirmation the component raised
     bool m_boxShown = false;
     std::vector<Observer> m_observers;
+    StepResult m_result;
 };
 
 // Whether every field of expected is in actual with the same value; lists
