@@ -12,6 +12,7 @@
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QTranslator>
 #include <QVariant>
 
 #include <cstdio>
@@ -237,6 +238,39 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
         }
         std::fclose(out);
     }
+}
+
+TEST(Page, GermanShowsTheLibrarysAndThePagesOwnTexts)
+{
+    // As edidsim page --lang de installs them.
+    QTranslator library;
+    QTranslator own;
+    ASSERT_TRUE(library.load(QStringLiteral("outputedidviewmodel_de"), QStringLiteral(EDIDVM_TRANSLATIONS_DIR)));
+    ASSERT_TRUE(own.load(QStringLiteral("edidsim_de"), QStringLiteral(EDIDVM_TRANSLATIONS_DIR)));
+    QCoreApplication::installTranslator(&library);
+    QCoreApplication::installTranslator(&own);
+    const sim::Scenario scenario = sim::loadScenario(EDIDVM_SCENARIO_DIR "/two-screens-confirmed.json");
+    std::FILE* out = std::tmpfile();
+    sim::Trace trace(out, false, false);
+    {
+        page::PageSession session(scenario, trace);
+        ASSERT_TRUE(session.open(EDIDVM_PLUGIN_PATH));
+        QQuickWindow* window = session.window();
+        EXPECT_EQ(window->title(), QStringLiteral("Ausgabe-Timing"));
+        EXPECT_TRUE(item(window, "noInterfaces", "text").toString().startsWith(QStringLiteral("Vom Gerät")));
+        while (session.bridge().nextStep() < session.bridge().stepCount())
+            session.bridge().playNext();
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(
+            item(window, "status", "text").toString().startsWith(QStringLiteral("Schritt 2 (Schritte 0 bis 2)")));
+        // The library's waiting text inside the page's own sentence.
+        EXPECT_TRUE(
+            hasOutcome(session.bridge(), QStringLiteral("waiting"), QStringLiteral("Warteanzeige („Wird geladen")));
+        session.close();
+    }
+    QCoreApplication::removeTranslator(&own);
+    QCoreApplication::removeTranslator(&library);
+    std::fclose(out);
 }
 
 TEST(PageBridge, FieldTextDropsOnlyACutCharacter)
