@@ -75,6 +75,8 @@ if(TARGET edidsim)
 endif()
 if(TARGET edidsim_page)
   install(TARGETS edidsim_page LIBRARY DESTINATION ${EDIDVM_PAGE_INSTALL_DIR} COMPONENT page)
+  # The page's own texts; edidsim page --lang finds them from the library's.
+  install(FILES ${EDIDVM_TRANSLATIONS_DIR}/edidsim_de.qm DESTINATION share/edidsim/translations COMPONENT page)
   edidvm_package_docs(page edidsim-page)
   list(APPEND components page)
 endif()

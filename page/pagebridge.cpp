@@ -8,6 +8,7 @@
 #include "sim/decode.h"
 #include "viewmodel/viewmodelrecords.h"
 
+#include <QCoreApplication>
 #include <QVariantMap>
 
 #include <algorithm>
@@ -16,6 +17,13 @@
 #include <tuple>
 
 namespace msg = LCD::MessageId;
+
+// The context of the page's texts: declared here, lupdate finds it without
+// the project's include paths, which it does not know.
+class PageText
+{
+    Q_DECLARE_TR_FUNCTIONS(PageText)
+};
 
 namespace edidvm {
 namespace page {
@@ -46,6 +54,9 @@ enum : std::uint32_t {
     ShowWaiting = msg::ShowWaiting,
     HideWaiting = msg::HideWaiting,
     MessageBox = msg::MessageBox,
+    AssessFailed = msg::AssessFailed,
+    WriteThumb = msg::WriteThumb,
+    WriteReference = msg::WriteReference,
 };
 
 template <typename Record>
@@ -71,29 +82,43 @@ void showTiming(const void* data, int size, QString& shown)
         shown = timing(record.width, record.height, record.refresh);
 }
 
-QString interfaceText(const s_InterfaceList& entry)
+// The first timing of a written list, as the page names it.
+template <typename Choice, typename Timing>
+QString writtenText(const void* data, int size, Timing Choice::*member)
+{
+    if (data == nullptr || size != static_cast<int>(sizeof(std::vector<Choice>)))
+        return {};
+    const auto* written = static_cast<const std::vector<Choice>*>(data);
+    if (written->empty())
+        return {};
+    const Timing& first = written->front().*member;
+    return timing(first.width, first.height, first.refresh);
+}
+} // namespace
+
+QString PageBridge::interfaceText(const s_InterfaceList& entry)
 {
     const auto type = static_cast<LCD::Enum::Interface::ConnectorType>(entry.stAuxiliaryInfo.interfaceType);
     const QString name = LCD::Constants::g_mapConnectorTypeName.value(
-        type, QStringLiteral("type %1").arg(entry.stAuxiliaryInfo.interfaceType));
-    return QStringLiteral("%1  slot %2, connector %3  (interface %4)")
+        type, PageText::tr("type %1").arg(entry.stAuxiliaryInfo.interfaceType));
+    // The id first: a narrow list cuts the end of a label.
+    return PageText::tr("Interface %1: %2, slot %3, connector %4")
+        .arg(entry.interfaceId)
         .arg(name)
         .arg(entry.slotId)
-        .arg(entry.connectorId)
-        .arg(entry.interfaceId);
+        .arg(entry.connectorId);
 }
 
-QString verdictText(const s_TimigCheckResult& verdict)
+QString PageBridge::verdictText(const s_TimigCheckResult& verdict)
 {
-    QString text = QStringLiteral("interface %1: bandwidth %2 of %3")
+    QString text = PageText::tr("interface %1: bandwidth %2 of %3")
                        .arg(verdict.interfaceId)
                        .arg(verdict.bandwidthNeeded)
                        .arg(verdict.bandwidthLimit);
     if (verdict.maxFrameRate != 0)
-        text += QStringLiteral(", up to %1 Hz").arg(verdict.maxFrameRate / 100.0, 0, 'f', 2);
+        text += PageText::tr(", up to %1 Hz").arg(verdict.maxFrameRate / 100.0, 0, 'f', 2);
     return text;
 }
-} // namespace
 
 QString fieldText(const char* text, std::size_t capacity)
 {
@@ -130,8 +155,8 @@ QString PageBridge::currentText() const
         if (entry.value(QStringLiteral("id")).toInt() == m_current)
             return entry.value(QStringLiteral("text")).toString();
     }
-    return m_current == 0 ? QStringLiteral("no interface chosen")
-                          : QStringLiteral("interface %1 is not on the device").arg(m_current);
+    return m_current == 0 ? PageText::tr("no interface chosen")
+                          : PageText::tr("interface %1 is not on the device").arg(m_current);
 }
 
 void PageBridge::received(std::uint32_t number, const void* data, int size)
@@ -143,13 +168,63 @@ void PageBridge::received(std::uint32_t number, const void* data, int size)
         break;
     case ThumbTiming:
     case ChangedThumb:
+        showTiming<s_ThumbTimingInfo>(data, size, m_thumb);
+        m_thumbNote.clear();
+        break;
     case CommittedThumb:
         showTiming<s_ThumbTimingInfo>(data, size, m_thumb);
+        // The component commits whatever the device answered; the page
+        // says when the device did not take it.
+        if (m_writeFailed)
+            m_thumbNote = PageText::tr("shown as committed, but the device did not take the write");
+        else
+            m_thumbNote.clear();
         break;
+    case WriteThumb: {
+        const QString written = writtenText(data, size, &s_InterfaceThumbTiming::stThumbTiming);
+        const sim::Device& device = m_player.device().state();
+        m_writeFailed = !device.thumbCommitAnswer || *device.thumbCommitAnswer != 0 || !device.writesApply;
+        if (!device.thumbCommitAnswer)
+            outcome("failure",
+                    PageText::tr("The device never answered the write of the thumb timing %1.").arg(written));
+        else if (*device.thumbCommitAnswer != 0)
+            outcome("failure",
+                    PageText::tr("The device answered the write of the thumb timing %1 as failed (answer %2).")
+                        .arg(written)
+                        .arg(*device.thumbCommitAnswer));
+        else if (!device.writesApply)
+            outcome("failure",
+                    PageText::tr("The device answered the write of the thumb timing %1 as done but kept its timing.")
+                        .arg(written));
+        else
+            outcome("done", PageText::tr("The device wrote the thumb timing %1.").arg(written));
+        return;
+    }
+    case WriteReference: {
+        const QString written = writtenText(data, size, &s_InterfacePresetTiming::stTimingDetail);
+        if (m_player.device().state().writesApply)
+            outcome("done", PageText::tr("The reference timing %1 was sent to the device, which answers no such write.")
+                                .arg(written));
+        else
+            outcome(
+                "failure",
+                PageText::tr("The reference timing %1 was sent to the device, which kept its timing.").arg(written));
+        return;
+    }
+    case AssessFailed: {
+        std::int32_t code = 0;
+        if (read(data, size, code)) {
+            m_failureQueued = true;
+            outcome(
+                "failure",
+                PageText::tr("The device's assessment failed for a screen: code %1, queued for the page.").arg(code));
+        }
+        return;
+    }
     case TimingNotice: {
         Model::s_InterfaceTimingNotice notice;
         if (read(data, size, notice))
-            m_notice = QStringLiteral("%1 %2 %3 %4")
+            m_notice = PageText::tr("word 0: %1, word 1: %2, word 2: %3, word 3: %4")
                            .arg(notice.noticeWord0)
                            .arg(notice.noticeWord1)
                            .arg(notice.noticeWord2)
@@ -177,6 +252,7 @@ void PageBridge::received(std::uint32_t number, const void* data, int size)
                     QVariantMap{{QStringLiteral("text"), verdictText(verdict)}, {QStringLiteral("over"), over}});
             }
             m_verdictsOf = number == ThumbCheckResults ? QStringLiteral("thumb") : QStringLiteral("detail");
+            m_verdictsInterface = m_current;
         }
         break;
     case Confirmation: {
@@ -199,14 +275,49 @@ void PageBridge::received(std::uint32_t number, const void* data, int size)
     case ShowWaiting:
         m_waiting = true;
         m_waitingText = fieldText(static_cast<const char*>(data), size > 0 ? static_cast<std::size_t>(size) : 0);
+        ++m_waitingShown;
         break;
     case HideWaiting:
         m_waiting = false;
+        ++m_waitingHidden;
         break;
     default:
         return;
     }
     emit changed();
+}
+
+void PageBridge::delivered(std::uint32_t number, const void* data, int size)
+{
+    std::int32_t code = 0;
+    if (number != AssessFailed || !read(data, size, code))
+        return;
+    m_failureQueued = false;
+    outcome("failure", PageText::tr("The device's assessment failure code %1 reached the page.").arg(code));
+    emit changed();
+}
+
+void PageBridge::outcome(const char* kind, const QString& text)
+{
+    m_outcomes.push_back(
+        QVariantMap{{QStringLiteral("kind"), QString::fromLatin1(kind)}, {QStringLiteral("text"), text}});
+}
+
+void PageBridge::after()
+{
+    // A picture is taken after the step: an indicator shown and hidden in
+    // it would leave no trace but this.
+    if (m_waitingShown > 0 && !m_waiting)
+        outcome(
+            "waiting",
+            PageText::tr("The waiting indicator (\"%1\") was shown and hidden during this step.").arg(m_waitingText));
+    else if (m_waitingShown > 0)
+        outcome("waiting",
+                PageText::tr("The waiting indicator (\"%1\") was shown and is still up.").arg(m_waitingText));
+    else if (m_waitingHidden > 0)
+        outcome("waiting", PageText::tr("The waiting indicator was hidden."));
+    m_waitingShown = 0;
+    m_waitingHidden = 0;
 }
 
 void PageBridge::updateDevice()
@@ -227,18 +338,18 @@ void PageBridge::updateDevice()
         return;
     // A refused mode stays in the list, greyed, with the reason.
     const auto add = [this](const QString& text, std::int32_t width, std::int32_t height, double refresh,
-                            const std::string& refused) {
+                            const QString& refused) {
         m_candidates.push_back(QVariantMap{{QStringLiteral("text"), text},
                                            {QStringLiteral("width"), width},
                                            {QStringLiteral("height"), height},
                                            {QStringLiteral("refresh"), refresh},
-                                           {QStringLiteral("enabled"), refused.empty()},
-                                           {QStringLiteral("reason"), QString::fromStdString(refused)}});
+                                           {QStringLiteral("enabled"), refused.isEmpty()},
+                                           {QStringLiteral("reason"), refused}});
     };
     const s_ThumbTimingInfo& own = current->stThumbTiming;
     if (own.width > 0 && own.height > 0)
-        add(QStringLiteral("device: ") + timing(own.width, own.height, own.refresh), own.width, own.height, own.refresh,
-            {});
+        add(PageText::tr("device: %1").arg(timing(own.width, own.height, own.refresh)), own.width, own.height,
+            own.refresh, {});
     const auto edid = device.edid.find(m_current);
     if (edid == device.edid.end())
         return;
@@ -246,15 +357,21 @@ void PageBridge::updateDevice()
     std::set<std::tuple<std::int32_t, std::int32_t, double>> listed;
     for (const sim::EdidTiming& mode : edid->second) {
         if (listed.insert({mode.width, mode.height, mode.refresh}).second)
-            add(QStringLiteral("EDID: ") + QString::fromStdString(mode.text), mode.width, mode.height, mode.refresh,
-                mode.refused);
+            add(PageText::tr("EDID: %1").arg(QString::fromStdString(mode.text)), mode.width, mode.height, mode.refresh,
+                QString::fromStdString(mode.refused));
     }
 }
 
 void PageBridge::before(const sim::Step& step)
 {
-    // A warning box stays until the user goes on; a confirmation until it
-    // is answered.
+    // The bandwidth box takes no answer: it stays until the next step or
+    // action, which closes it without sending anything. A confirmation
+    // stays until it is answered.
+    m_outcomes.clear();
+    if (m_warningVisible)
+        outcome(
+            "info",
+            PageText::tr("The bandwidth box was closed; nothing is sent for it, the component takes no answer to it."));
     m_warningVisible = false;
     if (step.action == sim::Action::Answer)
         m_confirmVisible = false;
@@ -271,11 +388,28 @@ bool PageBridge::playNext()
     const std::size_t index = m_next++;
     const sim::Step& step = m_scenario.steps[index];
     before(step);
-    m_status = QStringLiteral("step %1 of %2: %3")
-                   .arg(index + 1)
-                   .arg(m_scenario.steps.size())
+    m_outcomesOf = static_cast<int>(index);
+    // Numbered from 0, as the trace and the scenario's JSON paths do.
+    m_status = PageText::tr("Step %1 (steps 0 to %2): %3")
+                   .arg(index)
+                   .arg(m_scenario.steps.size() - 1)
                    .arg(QString::fromStdString(step.name + (step.note.empty() ? "" : " (" + step.note + ")")));
     const bool met = m_player.playStep(index);
+    const sim::StepOutcome& result = m_player.lastOutcome();
+    if (!result.checked) {
+        outcome("info", PageText::tr("The step expects nothing."));
+    } else if (result.met) {
+        outcome("passed", PageText::tr("Expectations met."));
+    } else {
+        // The first differences; the trace has them all.
+        constexpr std::size_t Shown = 3;
+        outcome("failed", PageText::tr("Expectations not met: %n difference(s), the first below.", nullptr,
+                                       static_cast<int>(result.differences.size())));
+        for (std::size_t i = 0; i < std::min(Shown, result.differences.size()); ++i)
+            outcome("difference", QString::fromStdString(result.differences[i]));
+    }
+    after();
+    m_fetched = true;
     updateDevice();
     emit changed();
     return met;
@@ -284,8 +418,18 @@ bool PageBridge::playNext()
 void PageBridge::act(const sim::Step& step, const QString& what)
 {
     before(step);
+    m_outcomesOf = -1;
     m_status = what;
     m_player.act(step, "page: " + what.toStdString());
+    // The device's host delivers what was queued before the user goes on.
+    if (m_failureQueued) {
+        sim::Step pump;
+        pump.action = sim::Action::Pump;
+        pump.name = "pump";
+        m_player.act(pump, "page: the host delivers queued events");
+    }
+    after();
+    m_fetched = true;
     updateDevice();
     emit changed();
 }
@@ -297,12 +441,12 @@ void PageBridge::selectInterface(int id)
     step.name = "current";
     step.number = SetCurrentInterface;
     step.interfaceId = id;
-    act(step, QStringLiteral("interface %1 made current").arg(id));
+    act(step, PageText::tr("interface %1 made current").arg(id));
     sim::Step asked;
     asked.action = sim::Action::InUse;
     asked.name = "inUse";
     asked.number = InUseAsked;
-    act(asked, QStringLiteral("interface %1 made current").arg(id));
+    act(asked, PageText::tr("interface %1 made current").arg(id));
 }
 
 void PageBridge::refresh()
@@ -311,7 +455,7 @@ void PageBridge::refresh()
     step.action = sim::Action::Refresh;
     step.name = "refresh";
     step.number = RefreshTiming;
-    act(step, QStringLiteral("refreshed"));
+    act(step, PageText::tr("refreshed"));
 }
 
 void PageBridge::checkTimings()
@@ -331,7 +475,7 @@ void PageBridge::checkTimings()
         check.stThumbTiming.refresh = candidate.value(QStringLiteral("refresh")).toFloat();
         step.thumbChecks.push_back(check);
     }
-    act(step, QStringLiteral("%1 timing(s) checked").arg(step.thumbChecks.size()));
+    act(step, PageText::tr("%n timing(s) checked", nullptr, static_cast<int>(step.thumbChecks.size())));
 }
 
 void PageBridge::choose(int candidate, bool thumb)
@@ -354,9 +498,9 @@ void PageBridge::choose(int candidate, bool thumb)
     step.referenceChoice.interfaceId = m_current;
     fill(step.thumbChoice.stThumbTiming);
     fill(step.referenceChoice.stTimingDetail);
-    act(step, QStringLiteral("%1 chosen as the %2 timing")
-                  .arg(chosen.value(QStringLiteral("text")).toString(),
-                       thumb ? QStringLiteral("thumb") : QStringLiteral("reference")));
+    const QString text = chosen.value(QStringLiteral("text")).toString();
+    act(step, thumb ? PageText::tr("%1 chosen as the thumb timing").arg(text)
+                    : PageText::tr("%1 chosen as the reference timing").arg(text));
 }
 
 void PageBridge::chooseThumb(int candidate)
@@ -379,7 +523,7 @@ void PageBridge::answer(bool accept)
     step.number = BoxAnswer;
     step.accept = accept;
     step.box = m_confirmBox;
-    act(step, accept ? QStringLiteral("confirmed") : QStringLiteral("declined"));
+    act(step, accept ? PageText::tr("confirmed") : PageText::tr("declined"));
 }
 
 void PageBridge::dismissWarning()

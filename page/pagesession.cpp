@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "page/pagesession.h"
 
+#include "framework/imessage.h"
+#include "protomodel/messageids.h"
+
 #include <QEventLoop>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
@@ -43,6 +46,13 @@ bool PageSession::open(const std::string& plugin)
     m_log = std::make_unique<sim::TraceLog>(m_trace);
     m_player = std::make_unique<sim::Player>(m_host, m_scenario, m_trace);
     m_bridge = std::make_unique<PageBridge>(*m_player, m_scenario);
+    // What the component posts reaches the page only when the host delivers it.
+    m_host.events().addListener(
+        [this](const kpf::IMessage& event) {
+            if (m_bridge != nullptr)
+                m_bridge->delivered(static_cast<std::uint32_t>(event.number()), event.data(), event.size());
+        },
+        LCD::MessageId::AssessFailed);
     m_player->start();
     m_engine = std::make_unique<QQmlApplicationEngine>();
     m_engine->rootContext()->setContextProperty(QStringLiteral("bridge"), m_bridge.get());

@@ -124,7 +124,7 @@ $broken"
     module=/usr/lib/$(dpkg-architecture -a"$arch" -qDEB_HOST_MULTIARCH 2>/dev/null)/edidsim/libedidsim-page.so
     files=$(dpkg-deb -c "$page" | awk '{print $6}' | grep -v '/$' | sort)
     expected=$(printf '%s\n' ".$module" ./usr/share/doc/edidsim-page/{copyright,changelog.Debian.gz} \
-      "./usr/share/lintian/overrides/edidsim-page" | sort)
+      "./usr/share/lintian/overrides/edidsim-page" ./usr/share/edidsim/translations/edidsim_de.qm | sort)
     [ "$files" = "$expected" ] || fail "$page holds:
 $files
 expected exactly:

@@ -347,11 +347,24 @@ void Player::play(const Step& step)
 
 bool Player::check(std::size_t index, const Step& step)
 {
-    m_lastOutcome = {m_trace.takeOutputs(), m_trace.takeWarnings(), step.expect || step.warnings, true};
+    m_lastOutcome = {m_trace.takeOutputs(), m_trace.takeWarnings(), step.expect || step.warnings, true, {}};
     const std::vector<Entry>& came = m_lastOutcome.came;
     const std::vector<Warning>& logged = m_lastOutcome.logged;
     if (!m_lastOutcome.checked)
         return true;
+    // What differs, in the words of the trace's difference lines.
+    const auto note = [this](const std::vector<Line>& lines, const std::function<std::string(int)>& expectedText,
+                             const std::function<std::string(int)>& cameText) {
+        for (const Line& line : lines) {
+            if (line.mark == '-')
+                m_lastOutcome.differences.push_back("missing " + expectedText(line.expected));
+            else if (line.mark == '+')
+                m_lastOutcome.differences.push_back("unexpected " + cameText(line.came));
+            else if (line.mark == '!')
+                m_lastOutcome.differences.push_back("expected " + expectedText(line.expected) + ", came " +
+                                                    cameText(line.came));
+        }
+    };
 
     ++m_tally.checkedSteps;
     bool met = true;
@@ -364,10 +377,11 @@ bool Player::check(std::size_t index, const Step& step)
         };
         const std::vector<Line> lines = compare(expected.size(), came.size(), same, sameKind);
         met = std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; });
-        report(
-            m_trace, index, "messages", lines,
-            [&](int i) { return expectationShown(expected[static_cast<std::size_t>(i)]); },
-            [&](int j) { return entryShown(came[static_cast<std::size_t>(j)]); });
+        const auto expectedShown = [&](int i) { return expectationShown(expected[static_cast<std::size_t>(i)]); };
+        const auto cameShown = [&](int j) { return entryShown(came[static_cast<std::size_t>(j)]); };
+        report(m_trace, index, "messages", lines, expectedShown, cameShown);
+        note(
+            lines, [&](int i) { return expectedShown(i).text; }, [&](int j) { return cameShown(j).text; });
     }
     // With expected messages, a warning nobody expected is a mismatch too.
     const std::vector<std::string> warnings = step.warnings.value_or(std::vector<std::string>());
@@ -377,16 +391,18 @@ bool Player::check(std::size_t index, const Step& step)
     const std::vector<Line> lines = compare(warnings.size(), logged.size(), same, never);
     if (!std::all_of(lines.begin(), lines.end(), [](const Line& line) { return line.mark == ' '; }))
         met = false;
-    report(
-        m_trace, index, "warnings", lines,
-        [&](int i) {
-            const std::string& text = warnings[static_cast<std::size_t>(i)];
-            return Shown{"\"" + text + "\"", {{"text", text}}};
-        },
-        [&](int j) {
-            const Warning& warning = logged[static_cast<std::size_t>(j)];
-            return Shown{"\"" + warning.text + "\"", {{"text", warning.text}, {"function", warning.function}}};
-        });
+    const auto expectedWarning = [&](int i) {
+        const std::string& text = warnings[static_cast<std::size_t>(i)];
+        return Shown{"\"" + text + "\"", {{"text", text}}};
+    };
+    const auto loggedWarning = [&](int j) {
+        const Warning& warning = logged[static_cast<std::size_t>(j)];
+        return Shown{"\"" + warning.text + "\"", {{"text", warning.text}, {"function", warning.function}}};
+    };
+    report(m_trace, index, "warnings", lines, expectedWarning, loggedWarning);
+    note(
+        lines, [&](int i) { return "warning " + expectedWarning(i).text; },
+        [&](int j) { return "warning " + loggedWarning(j).text; });
     m_lastOutcome.met = met;
     return met;
 }

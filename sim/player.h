@@ -12,6 +12,7 @@
 #include "viewmodel/viewmodelrecords.h"
 
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace edidvm {
@@ -24,6 +25,8 @@ struct StepOutcome
     std::vector<Warning> logged;
     bool checked = false; // the step has expect or warnings
     bool met = true;
+    // What differs, first ones first, in the words of the trace's lines.
+    std::vector<std::string> differences;
 };
 
 // What a scenario's play compared with its expectations.

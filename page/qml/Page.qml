@@ -9,9 +9,9 @@ import QtQuick.Window 2.15
 ApplicationWindow {
     id: window
     width: 1280
-    height: 720
+    height: 800
     visible: false
-    title: "Output timing"
+    title: qsTr("Output timing")
     // Pictures are taken of the content item, which the window's own colour
     // is not part of: the background is drawn as an item.
     color: "#f3f4f6"
@@ -23,7 +23,7 @@ ApplicationWindow {
             anchors.leftMargin: 12
             anchors.rightMargin: 12
             Label {
-                text: "Output timing"
+                text: qsTr("Output timing")
                 font.bold: true
                 font.pixelSize: 18
             }
@@ -35,16 +35,19 @@ ApplicationWindow {
             }
             Label {
                 objectName: "inUse"
-                text: bridge.inUse === "" ? "" : "in use by a screen: " + bridge.inUse
+                text: bridge.inUse === "" ? "" : bridge.inUse === "yes" ? qsTr("in use by a screen")
+                                                                        : qsTr("not in use by a screen")
             }
             Button {
-                text: "Refresh"
+                text: qsTr("Refresh")
                 onClicked: bridge.refresh()
             }
             Button {
                 objectName: "nextStep"
-                text: bridge.nextStep < bridge.stepCount ? "Play step " + (bridge.nextStep + 1) + " of " + bridge.stepCount
-                                                          : "No more steps"
+                // Numbered from 0, as the trace and the scenario's JSON paths do.
+                text: bridge.nextStep < bridge.stepCount ? qsTr("Play step %1 (steps 0 to %2)").arg(bridge.nextStep)
+                                                                 .arg(bridge.stepCount - 1)
+                                                          : qsTr("No more steps")
                 enabled: bridge.nextStep < bridge.stepCount
                 onClicked: bridge.playNextStep()
             }
@@ -64,7 +67,7 @@ ApplicationWindow {
         spacing: 12
 
         GroupBox {
-            title: "Interfaces"
+            title: qsTr("Interfaces")
             Layout.preferredWidth: 380
             Layout.fillHeight: true
             ListView {
@@ -73,16 +76,29 @@ ApplicationWindow {
                 anchors.fill: parent
                 clip: true
                 model: bridge.interfaces
+                ScrollBar.vertical: ScrollBar {
+                    objectName: "interfaceScroll"
+                    policy: interfaceList.contentHeight > interfaceList.height ? ScrollBar.AlwaysOn : ScrollBar.AlwaysOff
+                }
+                // The label wraps rather than hide the interface's id.
                 delegate: ItemDelegate {
-                    width: interfaceList.width
-                    text: modelData.text + (modelData.inUse ? "  ·  screen" : "")
+                    width: interfaceList.width - 12
                     highlighted: modelData.id === bridge.currentInterface
                     onClicked: bridge.selectInterface(modelData.id)
+                    contentItem: Label {
+                        objectName: "interfaceLabel"
+                        text: modelData.text + (modelData.inUse ? qsTr(" (used by a screen)") : "")
+                        wrapMode: Text.Wrap
+                        font.bold: modelData.id === bridge.currentInterface
+                    }
                 }
                 Label {
                     objectName: "noInterfaces"
                     visible: interfaceList.count === 0
-                    text: "The device has no interfaces."
+                    width: interfaceList.width
+                    wrapMode: Text.Wrap
+                    text: bridge.fetched ? qsTr("The device has no interfaces.")
+                                         : qsTr("Nothing has been fetched from the device yet: play a step or refresh.")
                     color: "#6b7280"
                 }
             }
@@ -94,27 +110,63 @@ ApplicationWindow {
             spacing: 12
 
             GroupBox {
-                title: "Timing of the current interface"
+                title: qsTr("Timing of the current interface")
                 Layout.fillWidth: true
                 GridLayout {
-                    columns: 2
+                    columns: 3
                     columnSpacing: 16
-                    Label { text: "Thumb timing" }
+                    Label { text: qsTr("Thumb timing") }
                     Label {
                         objectName: "thumbTiming"
                         text: bridge.thumbTiming === "" ? "-" : bridge.thumbTiming
                         font.bold: true
                     }
-                    Label { text: "Reference timing" }
+                    Label {
+                        objectName: "thumbNote"
+                        text: bridge.thumbNote
+                        color: "#b91c1c"
+                    }
+                    Label { text: qsTr("Reference timing") }
                     Label {
                         objectName: "detailTiming"
                         text: bridge.detailTiming === "" ? "-" : bridge.detailTiming
                         font.bold: true
+                        Layout.columnSpan: 2
                     }
-                    Label { text: "Timing notice" }
+                    Label { text: qsTr("Timing notice") }
                     Label {
                         objectName: "notice"
                         text: bridge.notice === "" ? "-" : bridge.notice
+                        Layout.columnSpan: 2
+                    }
+                }
+            }
+
+            // What the last step did, in words: a picture is taken after the
+            // step, when boxes and the waiting indicator may be gone again.
+            GroupBox {
+                objectName: "outcomeBox"
+                title: bridge.outcomesOf >= 0 ? qsTr("What step %1 did").arg(bridge.outcomesOf) : qsTr("What the last action did")
+                Layout.fillWidth: true
+                visible: outcomeList.count > 0
+                ColumnLayout {
+                    anchors.fill: parent
+                    spacing: 2
+                    Repeater {
+                        id: outcomeList
+                        objectName: "outcomeList"
+                        model: bridge.outcomes
+                        delegate: Label {
+                            Layout.fillWidth: true
+                            wrapMode: Text.Wrap
+                            leftPadding: modelData.kind === "difference" ? 24 : 0
+                            text: modelData.text
+                            color: modelData.kind === "passed" || modelData.kind === "done" ? "#15803d"
+                                   : modelData.kind === "failed" || modelData.kind === "failure" ? "#b91c1c"
+                                   : modelData.kind === "difference" ? "#7f1d1d"
+                                   : modelData.kind === "waiting" ? "#1d4ed8" : "#374151"
+                            font.bold: modelData.kind === "failed" || modelData.kind === "failure"
+                        }
                     }
                 }
             }
@@ -125,7 +177,7 @@ ApplicationWindow {
                 spacing: 12
 
                 GroupBox {
-                    title: "Candidate timings"
+                    title: qsTr("Candidate timings (%1)").arg(candidateList.count)
                     Layout.fillWidth: true
                     Layout.fillHeight: true
                     ColumnLayout {
@@ -137,8 +189,13 @@ ApplicationWindow {
                             Layout.fillHeight: true
                             clip: true
                             model: bridge.candidates
+                            ScrollBar.vertical: ScrollBar {
+                                objectName: "candidateScroll"
+                                policy: candidateList.contentHeight > candidateList.height ? ScrollBar.AlwaysOn
+                                                                                           : ScrollBar.AlwaysOff
+                            }
                             delegate: RowLayout {
-                                width: candidateList.width
+                                width: candidateList.width - 12
                                 Label {
                                     text: modelData.text + (modelData.enabled ? "" : " - " + modelData.reason)
                                     color: modelData.enabled ? "#111827" : "#9ca3af"
@@ -146,12 +203,12 @@ ApplicationWindow {
                                     Layout.fillWidth: true
                                 }
                                 Button {
-                                    text: "Thumb"
+                                    text: qsTr("Thumb")
                                     enabled: modelData.enabled
                                     onClicked: bridge.chooseThumb(index)
                                 }
                                 Button {
-                                    text: "Reference"
+                                    text: qsTr("Reference")
                                     enabled: modelData.enabled
                                     onClicked: bridge.chooseReference(index)
                                 }
@@ -159,12 +216,12 @@ ApplicationWindow {
                             Label {
                                 objectName: "noCandidates"
                                 visible: candidateList.count === 0
-                                text: "No timings for this interface."
+                                text: qsTr("No timings for this interface.")
                                 color: "#6b7280"
                             }
                         }
                         Button {
-                            text: "Check timings"
+                            text: qsTr("Check timings")
                             enabled: candidateList.count > 0
                             onClicked: bridge.checkTimings()
                         }
@@ -172,8 +229,13 @@ ApplicationWindow {
                 }
 
                 GroupBox {
-                    title: bridge.verdictsOf === "" ? "Timing checks" : "Timing checks (" + bridge.verdictsOf + ")"
-                    Layout.preferredWidth: 300
+                    objectName: "verdictBox"
+                    // Verdicts say which interface's check they answer: the
+                    // user may have made another one current since.
+                    title: bridge.verdictsOf === "" ? qsTr("Timing checks")
+                           : bridge.verdictsOf === "thumb" ? qsTr("Thumb check on interface %1").arg(bridge.verdictsInterface)
+                           : qsTr("Reference check on interface %1").arg(bridge.verdictsInterface)
+                    Layout.preferredWidth: 320
                     Layout.fillHeight: true
                     ListView {
                         id: verdictList
@@ -181,10 +243,24 @@ ApplicationWindow {
                         anchors.fill: parent
                         clip: true
                         model: bridge.verdicts
-                        delegate: Label {
+                        ScrollBar.vertical: ScrollBar {
+                            policy: verdictList.contentHeight > verdictList.height ? ScrollBar.AlwaysOn : ScrollBar.AlwaysOff
+                        }
+                        header: Label {
+                            objectName: "verdictsNotCurrent"
                             width: verdictList.width
+                            visible: bridge.verdictsOf !== "" && bridge.verdictsInterface !== bridge.currentInterface
+                            height: visible ? implicitHeight : 0
                             wrapMode: Text.Wrap
-                            text: (modelData.over ? "over bandwidth: " : "within bandwidth: ") + modelData.text
+                            bottomPadding: 6
+                            text: qsTr("Made while interface %1 was current, not interface %2.")
+                                  .arg(bridge.verdictsInterface).arg(bridge.currentInterface)
+                            color: "#92400e"
+                        }
+                        delegate: Label {
+                            width: verdictList.width - 12
+                            wrapMode: Text.Wrap
+                            text: (modelData.over ? qsTr("over bandwidth: ") : qsTr("within bandwidth: ")) + modelData.text
                             color: modelData.over ? "#b91c1c" : "#15803d"
                             bottomPadding: 6
                         }
@@ -193,7 +269,7 @@ ApplicationWindow {
                             visible: verdictList.count === 0
                             width: verdictList.width
                             wrapMode: Text.Wrap
-                            text: bridge.verdictsOf === "" ? "No timing has been checked." : "The check gave no verdicts."
+                            text: bridge.verdictsOf === "" ? qsTr("No timing has been checked.") : qsTr("The check gave no verdicts.")
                             color: "#6b7280"
                         }
                     }
@@ -229,8 +305,8 @@ ApplicationWindow {
             }
             RowLayout {
                 Layout.alignment: Qt.AlignRight
-                Button { objectName: "confirmYes"; text: "Yes"; onClicked: bridge.answer(true) }
-                Button { objectName: "confirmNo"; text: "No"; onClicked: bridge.answer(false) }
+                Button { objectName: "confirmYes"; text: qsTr("Yes"); onClicked: bridge.answer(true) }
+                Button { objectName: "confirmNo"; text: qsTr("No"); onClicked: bridge.answer(false) }
             }
         }
     }
@@ -253,7 +329,7 @@ ApplicationWindow {
                 Layout.fillWidth: true
             }
             Button {
-                text: "OK"
+                text: qsTr("OK")
                 Layout.alignment: Qt.AlignRight
                 onClicked: bridge.dismissWarning()
             }

@@ -12,10 +12,12 @@
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QTranslator>
 #include <QVariant>
 
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -34,6 +36,12 @@ struct Sent
     std::optional<QString> warning; // the bandwidth box of this step
     bool waiting = false;
     std::optional<int> verdicts;
+    // In this step: how often the indicator was shown, the assessment
+    // failure code posted, whether a thumb write was sent.
+    int waitingShown = 0;
+    std::optional<int> failureCode;
+    bool thumbWrite = false;
+    bool committed = false; // the component said the write is committed
 
     void take(std::uint32_t number, const void* data, int size)
     {
@@ -42,6 +50,7 @@ struct Sent
         };
         if ((number == msg::ThumbTiming || number == msg::ChangedThumb || number == msg::CommittedThumb) &&
             size == sizeof(s_ThumbTimingInfo)) {
+            committed = number == msg::CommittedThumb;
             const auto* timing = static_cast<const s_ThumbTimingInfo*>(data);
             thumb = resolution(timing->width, timing->height);
         } else if ((number == msg::DetailTiming || number == msg::ChangedDetail) &&
@@ -54,9 +63,14 @@ struct Sent
             warning = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
         } else if (number == msg::ShowWaiting || number == msg::HideWaiting) {
             waiting = number == msg::ShowWaiting;
+            waitingShown += waiting ? 1 : 0;
         } else if ((number == msg::ThumbCheckResults || number == msg::DetailCheckResults) &&
                    size == sizeof(s_TimigCheckResultArry)) {
             verdicts = static_cast<int>(static_cast<const s_TimigCheckResultArry*>(data)->size());
+        } else if (number == msg::AssessFailed && size == sizeof(std::int32_t)) {
+            failureCode = *static_cast<const std::int32_t*>(data);
+        } else if (number == msg::WriteThumb) {
+            thumbWrite = true;
         }
     }
 };
@@ -65,6 +79,31 @@ QVariant item(QQuickWindow* window, const char* name, const char* property)
 {
     const auto* found = window->findChild<QObject*>(QString::fromLatin1(name));
     return found == nullptr ? QVariant() : found->property(property);
+}
+
+// Items made by a list's or repeater's delegate, which are no QObject
+// children of the window: the visual tree is walked.
+QList<QQuickItem*> items(QQuickItem* under, const QString& name)
+{
+    QList<QQuickItem*> found;
+    for (QQuickItem* child : under->childItems()) {
+        if (child->objectName() == name)
+            found.push_back(child);
+        found += items(child, name);
+    }
+    return found;
+}
+
+// The outcome of the given kind whose text holds the given words, if any.
+bool hasOutcome(const page::PageBridge& bridge, const QString& kind, const QString& words = {})
+{
+    for (const QVariant& entry : bridge.outcomes()) {
+        const QVariantMap outcome = entry.toMap();
+        if (outcome.value(QStringLiteral("kind")).toString() == kind &&
+            outcome.value(QStringLiteral("text")).toString().contains(words))
+            return true;
+    }
+    return false;
 }
 
 std::string traceOf(std::FILE* file)
@@ -77,9 +116,29 @@ std::string traceOf(std::FILE* file)
 
 TEST(Page, EveryStepShowsWhatTheComponentSent)
 {
-    for (const char* name : {"two-screens-declined", "two-screens-confirmed", "timing-checks", "bandwidth-rejected"}) {
-        SCOPED_TRACE(name);
-        const sim::Scenario scenario = sim::loadScenario(std::string(EDIDVM_SCENARIO_DIR "/") + name + ".json");
+    struct Row
+    {
+        const char* name;
+        // The device changed before the first step.
+        std::function<void(sim::Device&)> change;
+        std::optional<std::size_t> fails; // the step that then misses its expectations
+    };
+    const Row rows[] = {
+        {"two-screens-declined", {}, {}},
+        {"two-screens-confirmed", {}, {}},
+        {"two-screens-confirmed", [](sim::Device& device) { device.thumbCommitAnswer.reset(); }, {}},
+        {"two-screens-confirmed", [](sim::Device& device) { device.thumbCommitAnswer = 1; }, 2},
+        {"timing-checks", {}, {}},
+        {"bandwidth-rejected", {}, {}},
+        {"assessment-failed", {}, {}},
+        {"chained-choices", {}, {}},
+        {"edid-interface", {}, {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        sim::Scenario scenario = sim::loadScenario(std::string(EDIDVM_SCENARIO_DIR "/") + row.name + ".json");
+        if (row.change)
+            row.change(scenario.device);
         std::FILE* out = std::tmpfile();
         sim::Trace trace(out, false, false);
         Sent sent;
@@ -90,14 +149,25 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
                 sent.take(message.number, data, message.size);
             });
             QQuickWindow* window = session.window();
+            const page::PageBridge& bridge = session.bridge();
             window->show();
+            QCoreApplication::processEvents();
+            // Nothing read from the device yet, though it has interfaces.
+            EXPECT_TRUE(item(window, "noInterfaces", "text").toString().startsWith(QStringLiteral("Nothing")));
             for (std::size_t step = 0; step < scenario.steps.size(); ++step) {
                 SCOPED_TRACE(scenario.steps[step].name + " " + std::to_string(step));
                 // An answer closes the box whatever the component does next.
                 if (scenario.steps[step].action == sim::Action::Answer)
                     sent.confirm.reset();
+                // The bandwidth box takes no answer: the next step closes it, sending nothing.
+                const bool boxLeft = sent.warning.has_value();
                 sent.warning.reset();
-                EXPECT_TRUE(session.bridge().playNext());
+                sent.waitingShown = 0;
+                sent.failureCode.reset();
+                sent.thumbWrite = false;
+                sent.committed = false;
+                const bool fails = row.fails == step;
+                EXPECT_EQ(session.bridge().playNext(), !fails);
                 QCoreApplication::processEvents();
                 const auto shows = [window](const char* name, const std::optional<QString>& start) {
                     return !start || item(window, name, "text").toString().startsWith(*start);
@@ -110,16 +180,97 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
                 EXPECT_TRUE(!sent.warning || item(window, "warningText", "text").toString() == *sent.warning);
                 EXPECT_EQ(item(window, "waitingIndicator", "visible").toBool(), sent.waiting);
                 EXPECT_EQ(item(window, "verdictList", "count").toInt(), sent.verdicts.value_or(0));
-                EXPECT_EQ(item(window, "status", "text")
-                              .toString()
-                              .startsWith(QStringLiteral("step %1 of %2").arg(step + 1).arg(scenario.steps.size())),
-                          true);
+                // Numbered from 0, as the trace is.
+                EXPECT_TRUE(
+                    item(window, "status", "text")
+                        .toString()
+                        .startsWith(
+                            QStringLiteral("Step %1 (steps 0 to %2)").arg(step).arg(scenario.steps.size() - 1)));
+
+                // What the step did, in words on the page.
+                const bool expects = scenario.steps[step].expect || scenario.steps[step].warnings;
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("passed")), expects && !fails);
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("failed")), fails);
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("difference"), QStringLiteral("0xFC")), fails);
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("info"), QStringLiteral("bandwidth box was closed")),
+                          boxLeft);
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("waiting"), QStringLiteral("shown and hidden")),
+                          sent.waitingShown > 0 && !sent.waiting);
+                EXPECT_TRUE(!sent.failureCode || hasOutcome(bridge, QStringLiteral("failure"),
+                                                            QStringLiteral("code %1").arg(*sent.failureCode)));
+                if (scenario.steps[step].action == sim::Action::Pump) {
+                    EXPECT_EQ(hasOutcome(bridge, QStringLiteral("failure"), QStringLiteral("reached the page")),
+                              scenario.name == "a failed assessment");
+                }
+                const sim::Device& device = session.player().device().state();
+                const bool taken = device.thumbCommitAnswer == std::optional<std::uint8_t>(0) && device.writesApply;
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("done"), QStringLiteral("wrote the thumb")),
+                          sent.thumbWrite && taken);
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("failure"), QStringLiteral("thumb timing")),
+                          sent.thumbWrite && !taken);
+                // A write the device did not take, which the component commits anyway.
+                EXPECT_TRUE(!sent.thumbWrite || bridge.thumbNote().isEmpty() == (taken || !sent.committed));
+
+                // Labels that say what they show, whole.
+                EXPECT_TRUE(
+                    shows("notice", bridge.notice().isEmpty() ? QStringLiteral("-") : QStringLiteral("word 0: ")));
+                const QList<QQuickItem*> labels = items(window->contentItem(), QStringLiteral("interfaceLabel"));
+                EXPECT_EQ(labels.size(), bridge.interfaces().size());
+                for (QQuickItem* label : labels) {
+                    EXPECT_TRUE(label->property("text").toString().startsWith(QStringLiteral("Interface ")));
+                    EXPECT_FALSE(label->property("truncated").toBool());
+                }
+                const auto* candidates = window->findChild<QQuickItem*>(QStringLiteral("candidateList"));
+                EXPECT_EQ(item(window, "candidateScroll", "policy").toInt() == Qt::ScrollBarAlwaysOn,
+                          candidates->property("contentHeight").toReal() > candidates->height());
+                const bool elsewhere =
+                    !bridge.verdictsOf().isEmpty() && bridge.verdictsInterface() != bridge.currentInterface();
+                EXPECT_TRUE(bridge.verdictsOf().isEmpty() ||
+                            item(window, "verdictBox", "title")
+                                .toString()
+                                .endsWith(QString::number(bridge.verdictsInterface())));
+                const QList<QQuickItem*> notCurrent =
+                    items(window->contentItem(), QStringLiteral("verdictsNotCurrent"));
+                EXPECT_TRUE(notCurrent.size() == 1 && notCurrent.front()->isVisible() == elsewhere);
             }
             EXPECT_FALSE(session.bridge().playNext());
             EXPECT_EQ(session.close(), 0);
         }
         std::fclose(out);
     }
+}
+
+TEST(Page, GermanShowsTheLibrarysAndThePagesOwnTexts)
+{
+    // As edidsim page --lang de installs them.
+    QTranslator library;
+    QTranslator own;
+    ASSERT_TRUE(library.load(QStringLiteral("outputedidviewmodel_de"), QStringLiteral(EDIDVM_TRANSLATIONS_DIR)));
+    ASSERT_TRUE(own.load(QStringLiteral("edidsim_de"), QStringLiteral(EDIDVM_TRANSLATIONS_DIR)));
+    QCoreApplication::installTranslator(&library);
+    QCoreApplication::installTranslator(&own);
+    const sim::Scenario scenario = sim::loadScenario(EDIDVM_SCENARIO_DIR "/two-screens-confirmed.json");
+    std::FILE* out = std::tmpfile();
+    sim::Trace trace(out, false, false);
+    {
+        page::PageSession session(scenario, trace);
+        ASSERT_TRUE(session.open(EDIDVM_PLUGIN_PATH));
+        QQuickWindow* window = session.window();
+        EXPECT_EQ(window->title(), QStringLiteral("Ausgabe-Timing"));
+        EXPECT_TRUE(item(window, "noInterfaces", "text").toString().startsWith(QStringLiteral("Vom Gerät")));
+        while (session.bridge().nextStep() < session.bridge().stepCount())
+            session.bridge().playNext();
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(
+            item(window, "status", "text").toString().startsWith(QStringLiteral("Schritt 2 (Schritte 0 bis 2)")));
+        // The library's waiting text inside the page's own sentence.
+        EXPECT_TRUE(
+            hasOutcome(session.bridge(), QStringLiteral("waiting"), QStringLiteral("Warteanzeige („Wird geladen")));
+        session.close();
+    }
+    QCoreApplication::removeTranslator(&own);
+    QCoreApplication::removeTranslator(&library);
+    std::fclose(out);
 }
 
 TEST(PageBridge, FieldTextDropsOnlyACutCharacter)
