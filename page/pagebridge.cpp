@@ -18,12 +18,7 @@
 
 namespace msg = LCD::MessageId;
 
-// The context of the page's texts: declared here, lupdate finds it without
-// the project's include paths, which it does not know.
-class PageText
-{
-    Q_DECLARE_TR_FUNCTIONS(PageText)
-};
+#include "page/pagetext_p.h"
 
 namespace edidvm {
 namespace page {
@@ -33,13 +28,6 @@ using namespace LCD::ProtoModel::Interface;
 namespace {
 // The numbers the page reacts to.
 enum : std::uint32_t {
-    SetCurrentInterface = msg::SetCurrentInterface,
-    RefreshTiming = msg::RefreshTiming,
-    ThumbCheckRequest = msg::ThumbCheckRequest,
-    ThumbChoice = msg::ThumbChoice,
-    ReferenceChoice = msg::ReferenceChoice,
-    InUseAsked = msg::InUseAsked,
-    BoxAnswer = msg::BoxAnswer,
     DetailTiming = msg::DetailTiming,
     ThumbTiming = msg::ThumbTiming,
     AdoptedInterface = msg::AdoptedInterface,
@@ -413,123 +401,6 @@ bool PageBridge::playNext()
     updateDevice();
     emit changed();
     return met;
-}
-
-void PageBridge::act(const sim::Step& step, const QString& what)
-{
-    before(step);
-    m_outcomesOf = -1;
-    m_status = what;
-    m_player.act(step, "page: " + what.toStdString());
-    // The device's host delivers what was queued before the user goes on.
-    if (m_failureQueued) {
-        sim::Step pump;
-        pump.action = sim::Action::Pump;
-        pump.name = "pump";
-        m_player.act(pump, "page: the host delivers queued events");
-    }
-    after();
-    m_fetched = true;
-    updateDevice();
-    emit changed();
-}
-
-void PageBridge::selectInterface(int id)
-{
-    sim::Step step;
-    step.action = sim::Action::Current;
-    step.name = "current";
-    step.number = SetCurrentInterface;
-    step.interfaceId = id;
-    act(step, PageText::tr("interface %1 made current").arg(id));
-    sim::Step asked;
-    asked.action = sim::Action::InUse;
-    asked.name = "inUse";
-    asked.number = InUseAsked;
-    act(asked, PageText::tr("interface %1 made current").arg(id));
-}
-
-void PageBridge::refresh()
-{
-    sim::Step step;
-    step.action = sim::Action::Refresh;
-    step.name = "refresh";
-    step.number = RefreshTiming;
-    act(step, PageText::tr("refreshed"));
-}
-
-void PageBridge::checkTimings()
-{
-    sim::Step step;
-    step.action = sim::Action::ThumbCheck;
-    step.name = "thumbCheck";
-    step.number = ThumbCheckRequest;
-    for (const QVariant& item : m_candidates) {
-        const QVariantMap candidate = item.toMap();
-        if (!candidate.value(QStringLiteral("enabled")).toBool())
-            continue;
-        s_ThumbTimigCheck check;
-        check.interfaceId = m_current;
-        check.stThumbTiming.width = candidate.value(QStringLiteral("width")).toInt();
-        check.stThumbTiming.height = candidate.value(QStringLiteral("height")).toInt();
-        check.stThumbTiming.refresh = candidate.value(QStringLiteral("refresh")).toFloat();
-        step.thumbChecks.push_back(check);
-    }
-    act(step, PageText::tr("%n timing(s) checked", nullptr, static_cast<int>(step.thumbChecks.size())));
-}
-
-void PageBridge::choose(int candidate, bool thumb)
-{
-    if (candidate < 0 || candidate >= m_candidates.size())
-        return;
-    const QVariantMap chosen = m_candidates.at(candidate).toMap();
-    if (!chosen.value(QStringLiteral("enabled")).toBool())
-        return;
-    const auto fill = [&chosen](auto& record) {
-        record.width = chosen.value(QStringLiteral("width")).toInt();
-        record.height = chosen.value(QStringLiteral("height")).toInt();
-        record.refresh = chosen.value(QStringLiteral("refresh")).toFloat();
-    };
-    sim::Step step;
-    step.action = thumb ? sim::Action::ChooseThumb : sim::Action::ChooseReference;
-    step.name = thumb ? "chooseThumb" : "chooseReference";
-    step.number = thumb ? ThumbChoice : ReferenceChoice;
-    step.thumbChoice.interfaceId = m_current;
-    step.referenceChoice.interfaceId = m_current;
-    fill(step.thumbChoice.stThumbTiming);
-    fill(step.referenceChoice.stTimingDetail);
-    const QString text = chosen.value(QStringLiteral("text")).toString();
-    act(step, thumb ? PageText::tr("%1 chosen as the thumb timing").arg(text)
-                    : PageText::tr("%1 chosen as the reference timing").arg(text));
-}
-
-void PageBridge::chooseThumb(int candidate)
-{
-    choose(candidate, true);
-}
-
-void PageBridge::chooseReference(int candidate)
-{
-    choose(candidate, false);
-}
-
-void PageBridge::answer(bool accept)
-{
-    if (!m_confirmVisible)
-        return;
-    sim::Step step;
-    step.action = sim::Action::Answer;
-    step.name = "answer";
-    step.number = BoxAnswer;
-    step.accept = accept;
-    step.box = m_confirmBox;
-    act(step, accept ? PageText::tr("confirmed") : PageText::tr("declined"));
-}
-
-void PageBridge::dismissWarning()
-{
-    m_warningVisible = false;
-    emit changed();
 }
 
 } // namespace page
