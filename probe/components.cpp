@@ -16,10 +16,17 @@ bool isOwnNumber(std::uint32_t number)
 
 Receiver::Receiver(int component) : m_session(Session::attach()), m_component(component)
 {
-    m_name = "outputedidviewmodelprobe";
+    // Names of their own, so a host that keys subscriptions by name still
+    // sees two subscribers.
+    m_name = component == 0 ? "outputedidviewmodelprobe" : "outputedidviewmodelprobewitness";
 }
 
-Receiver::~Receiver() = default;
+Receiver::~Receiver()
+{
+    // Whichever goes first ends the measurements while both objects are
+    // still whole: the thread may be delivering into either.
+    m_session->stop();
+}
 
 const kpf::IMessage* Receiver::processMsg(int number, const kpf::IMessage* message)
 {
@@ -46,11 +53,6 @@ void Receiver::subscribe()
         const int number = kpf::wireInt(entry.number);
         m_session->subscribed(i, entry.command ? registerCommand(number, handler) : registerEvent(number, handler));
     }
-}
-
-ProbeComponent::~ProbeComponent()
-{
-    m_session->stop();
 }
 
 int ProbeComponent::onInit()

@@ -33,7 +33,6 @@ class ProbeComponent : public Receiver
 {
 public:
     ProbeComponent() : Receiver(0) {}
-    ~ProbeComponent() override;
     int onInit() override;
 };
 

@@ -144,6 +144,7 @@ void Session::start()
 void Session::stop()
 {
     m_stop.store(true);
+    std::lock_guard<std::mutex> lock(m_stopMutex);
     if (!m_thread.joinable())
         return;
     const std::int64_t deadline = nowNs() + std::int64_t(StopWaitMs) * 1000000;

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -88,6 +89,7 @@ public:
     void start();
     // Stops the thread, waiting a bounded time; a thread still blocked in
     // the host after that is left running, with the library kept loaded.
+    // Not a handler: the host calls it through a component's deletor.
     void stop();
 
     // Thread's side.
@@ -125,6 +127,7 @@ private:
     std::atomic<bool> m_ownDelivered{false};
     std::atomic<bool> m_ownAnswered{false};
 
+    std::mutex m_stopMutex; // two deletors on two threads
     std::atomic<bool> m_started{false};
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_finished{false};
