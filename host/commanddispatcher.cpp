@@ -106,7 +106,7 @@ std::unique_ptr<HostResponse> CommandDispatcher::route(const HostMessage& comman
     std::unique_ptr<HostResponse> response;
     for (kpf::IMessageHandler* receiver : m_subscriptions.receivers(Channel::Command, command.number())) {
         *received = true;
-        const kpf::IMessage* reply = receiver->handleMessage(&command);
+        const kpf::IMessage* reply = deliverTo(receiver, command, m_unstable.load());
         if (reply == nullptr)
             continue;
         if (response) {

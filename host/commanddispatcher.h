@@ -62,6 +62,9 @@ public:
     // How the messages that components create hand out their payload.
     void setPayloadMode(PayloadMode mode) { m_mode.store(mode); }
     void setSendHook(SendHook hook) { m_sendHook = std::move(hook); }
+    // Subscribed components get each command as a message of their own
+    // whose data() works once (UnstableData); responders get it as sent.
+    void setUnstableDeliveries(bool unstable) { m_unstable.store(unstable); }
     void removeResponder(std::uint32_t number);
 
     // Routes a command the way send does, without recording it. Returns the
@@ -85,6 +88,7 @@ private:
     std::vector<Release> m_releases;
     std::atomic<bool> m_logReleases{true};
     std::atomic<PayloadMode> m_mode{PayloadMode::Copied};
+    std::atomic<bool> m_unstable{false};
     SendHook m_sendHook; // set before any send, never while one runs
 };
 

@@ -34,6 +34,10 @@ void EventDispatcher::post(kpf::IMessage** message)
     }
     event->copyPayload();
     m_recorder.record(SentKind::QueuedEvent, *event, -1);
+    if (m_postAtOnce.load()) {
+        dispatch(*event);
+        return;
+    }
     std::lock_guard<std::mutex> lock(m_mutex);
     m_queue.push_back(std::move(event));
 }
@@ -76,7 +80,7 @@ void EventDispatcher::clearListeners()
 void EventDispatcher::dispatch(const HostMessage& event)
 {
     for (kpf::IMessageHandler* receiver : m_subscriptions.receivers(Channel::Event, event.number()))
-        dropReply(m_store, receiver->handleMessage(&event));
+        dropReply(m_store, deliverTo(receiver, event, m_unstable.load()));
 
     // A snapshot, so a listener may add listeners or deliver in turn.
     std::shared_ptr<const std::vector<ListenerEntry>> listeners;

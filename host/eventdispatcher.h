@@ -45,6 +45,12 @@ public:
 
     void setPayloadMode(PayloadMode mode) { m_mode.store(mode); }
     void setSendHook(SendHook hook) { m_sendHook = std::move(hook); }
+    // Subscribed components get each event as a message of their own whose
+    // data() works once (UnstableData).
+    void setUnstableDeliveries(bool unstable) { m_unstable.store(unstable); }
+    // For tests only, and outside the contract: post delivers the event
+    // before it returns, on the posting thread, as send does.
+    void setPostDeliversAtOnce(bool atOnce) { m_postAtOnce.store(atOnce); }
 
     // Listens to one number, or to every event when number is empty.
     void addListener(Listener listener, std::optional<std::uint32_t> number = std::nullopt);
@@ -72,6 +78,8 @@ private:
     std::deque<std::unique_ptr<HostMessage>> m_queue;
     std::shared_ptr<const std::vector<ListenerEntry>> m_listeners = std::make_shared<std::vector<ListenerEntry>>();
     std::atomic<PayloadMode> m_mode{PayloadMode::Copied};
+    std::atomic<bool> m_unstable{false};
+    std::atomic<bool> m_postAtOnce{false};
     SendHook m_sendHook; // set before any send, never while one runs
 };
 

@@ -243,6 +243,11 @@ void Host::setVariation(Variation variation)
     m_interjector.setVariation(variation);
     m_commands.setPayloadMode(m_interjector.sendMode());
     m_events.setPayloadMode(m_interjector.sendMode());
+    // A component's message delivered into another component is a delivered
+    // message too.
+    const bool unstable = m_interjector.deliveryMode() == PayloadMode::Unstable;
+    m_commands.setUnstableDeliveries(unstable);
+    m_events.setUnstableDeliveries(unstable);
 }
 
 void Host::onSend(const HostMessage& sent, SendStage stage)

@@ -5,6 +5,7 @@
 // host's interface.
 
 #include "framework/imessage.h"
+#include "framework/imessagehandler.h"
 #include "host/hostobjects.h"
 
 #include <cstdio>
@@ -24,6 +25,18 @@ inline void dropReply(ObjectStore& store, const kpf::IMessage* reply)
 {
     if (reply != nullptr && store.release(reply) == ObjectStore::Released::Nothing)
         std::fprintf(stderr, "host: a handler returned a reply the host did not create\n");
+}
+
+// Hands a message to a subscribed component. With unstable deliveries each
+// component gets a message of its own whose data() works once, as the
+// host's own deliveries do under UnstableData; otherwise the message itself.
+inline const kpf::IMessage* deliverTo(kpf::IMessageHandler* receiver, const HostMessage& message, bool unstable)
+{
+    if (!unstable)
+        return receiver->handleMessage(&message);
+    const HostMessage own(message.kind(), message.number(), message.size(), message.peekData(), message.sender(),
+                          PayloadMode::Unstable);
+    return receiver->handleMessage(&own);
 }
 
 } // namespace host

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// The measurements, in order, on the probe's own thread. Every wait is
+// bounded and gives way to a stop; only a host call that never returns can
+// hold the thread, and the report written before it says so.
+
+#include "probe/report.h"
+#include "probe/session.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QString>
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Probe {
+
+class Measurement
+{
+public:
+    explicit Measurement(Session& session);
+    void run();
+
+private:
+    struct Try
+    {
+        std::uint32_t seq = 0;
+        Session::Sent sent;
+        const DeliveryRecord* delivery = nullptr;
+    };
+    // What a series of own sends showed, for the conclusions.
+    struct Counts
+    {
+        int tries = 0, delivered = 0, beforeReturn = 0, afterReturn = 0, sendingThread = 0, otherThread = 0;
+        int lent = 0, copied = 0, altered = 0, noData = 0, sameAgain = 0, nullAgain = 0, otherAgain = 0;
+        int replied = 0;
+    };
+
+    void services();
+    void waitForWitness();
+    std::vector<Try> series(Session::Send kind, std::uint32_t number, int count, int waitMs, QString* note);
+    QJsonObject describe(const char* name, Session::Send kind, std::uint32_t number, const std::vector<Try>& tries,
+                         const QString& note);
+    void postOrder();
+    void fanOut();
+    void queries();
+    QJsonObject replyQuery(std::uint32_t number);
+    void configServices();
+    void deliveryThreads();
+    void nesting();
+    QJsonObject memory() const;
+    void conclude();
+
+    const DeliveryRecord* awaitOwn(std::uint32_t number, std::uint32_t seq, std::int64_t afterNs, int waitMs);
+    int countOf(std::uint32_t number, int component) const;
+    bool pause(int ms) const;
+    void write(const QString& pending = QString());
+    void problem(const QString& text) { m_problems.append(text); }
+
+    Session& m_session;
+    ReportFile m_file;
+    QJsonObject m_report;
+    QJsonArray m_problems;
+    std::uint32_t m_seq = 0;
+    std::set<const DeliveryRecord*> m_claimed;
+    std::map<std::string, Counts> m_counts;
+    int m_ownSends = 0;
+    // Read from the query answers for the configuration services' calls.
+    std::int32_t m_slotId = 0, m_connectorId = 0, m_connectorKey = 0, m_deviceParam = -1;
+    int m_elsewhere = 0, m_nulled = 0, m_ownEnvelope = 0;
+    int m_nestedSends = 0, m_movingCommands = 0;
+    int m_fanOutTries = 0, m_fanOutBoth = 0;
+};
+
+} // namespace Probe

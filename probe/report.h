@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// The report file and the small pieces every field of it is made of.
+
+#include <QJsonObject>
+#include <QString>
+
+#include <cstdint>
+#include <vector>
+
+namespace Probe {
+
+// The directory the reports go to: $EDIDVM_PROBE_DIR, or DefaultReportDir.
+extern const char ReportDirVariable[];
+extern const char DefaultReportDir[];
+QString reportDirectory();
+
+// One file per start, named after the time it was chosen; rewritten whole
+// (a new file renamed over it) after each step, so a reader never sees half.
+class ReportFile
+{
+public:
+    explicit ReportFile(const QString& dir);
+    // A file that cannot be written is logged once, naming its path.
+    void write(const QJsonObject& report);
+    const QString& path() const { return m_path; }
+
+private:
+    QString m_path;
+    bool m_warned = false;
+};
+
+// "seen 3 of 20 tries" or "not seen over 20 tries", with the counts.
+QJsonObject observation(int count, int tries);
+// 0x-prefixed hex, or "null".
+QString address(const void* pointer);
+QString hexNumber(std::uint32_t number);
+// min, median and p99 of durations in ns, reported in microseconds.
+QJsonObject spread(std::vector<std::int64_t> durationsNs);
+
+} // namespace Probe

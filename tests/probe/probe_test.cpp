@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: MIT
+// The probe beside the library on our host: on each way the host can behave
+// its report lists what the host did, bad input is reported as seen, and it
+// sends nothing but its own numbers and the read-only queries.
+
+#include "common/warningcapture.h"
+#include "host/host.h"
+#include "protomodel/configrecords.h"
+#include "protomodel/interfacerecords.h"
+#include "tests/support/devicestandin.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace edidvm {
+namespace test {
+namespace {
+
+using host::Variation;
+using namespace LCD::ProtoModel;
+
+// Both components' names start so.
+const char ProbeSender[] = "outputedidviewmodelprobe";
+// The probe's numbers (0xE0D1xxxx) and the queries the view model reads with.
+const std::set<std::uint32_t> Queries = {0xFC050111u, 0xFC050200u, 0xFC0D1000u, 0xFC000004u, 0xFC08100Au};
+
+struct Row
+{
+    const char* name;
+    Variation variation;
+    std::function<void(host::Host&, DeviceStandIn&)> setup; // before loading
+    std::vector<std::string> variations;                    // exactly, in the report's order
+    std::vector<std::string> outside;                       // each the start of one entry, exactly as many
+    std::map<std::string, std::string> fields;              // path in the report: its text
+};
+
+host::Delivery delivery(std::uint32_t number, int size, std::shared_ptr<const void> record = nullptr)
+{
+    host::Delivery made;
+    made.number = number;
+    made.payload.assign(static_cast<std::size_t>(size), 0);
+    made.record = std::move(record);
+    return made;
+}
+
+void interject(host::Host& host, host::Delivery made)
+{
+    host::Interjection interjection;
+    interjection.deliveries.push_back(std::move(made));
+    host.setInterjection(std::move(interjection));
+}
+
+const Row rows[] = {
+    {"default", Variation::Default, nullptr, {"default"}, {}, {}},
+    {"lent_payloads", Variation::LentPayloads, nullptr, {"lent-payloads"}, {}, {}},
+    {"answer_elsewhere", Variation::AnswerElsewhere, nullptr, {"lent-payloads", "answer-elsewhere"}, {}, {}},
+    {"unstable_data", Variation::UnstableData, nullptr, {"unstable-data"}, {}, {}},
+    // The SDI interface's event: a 16-byte record the library only stores.
+    {"nested_deliveries",
+     Variation::NestedDeliveries,
+     [](host::Host& host, DeviceStandIn&) { interject(host, delivery(0xFC031007u, 16)); },
+     {"nested-deliveries"},
+     {},
+     {}},
+    {"moving_current",
+     Variation::MovingCurrent,
+     [](host::Host& host, DeviceStandIn&) {
+         interject(host, delivery(0xFC021009u, sizeof(Interface::s_InterfaceList),
+                                  std::make_shared<const Interface::s_InterfaceList>()));
+     },
+     {"moving-current"},
+     {},
+     {}},
+    // Outside the contract: a posted event delivered at once.
+    {"post_at_once",
+     Variation::Default,
+     [](host::Host& host, DeviceStandIn&) { host.events().setPostDeliversAtOnce(true); },
+     {"default"},
+     {"postEvent delivered before it returned, on the posting thread (100 of 100 tries)"},
+     {}},
+    // Bad input: services missing, so subscriptions fail; nobody answers the
+    // queries but one, with the wrong size.
+    {"bad_input",
+     Variation::Default,
+     [](host::Host& host, DeviceStandIn&) {
+         host.api().removeService("eventdispatcher");
+         host.api().removeService("deviceconfigmanager");
+         host.commands().removeResponder(0xFC050111u);
+         host.commands().setResponder(0xFC08100Au, [](const kpf::IMessage&) { return host::Bytes(12); });
+     },
+     {"default"},
+     {},
+     {{"services/eventdispatcher/says", "not seen over 3 tries"},
+      {"services/commanddispatcher/says", "seen 3 of 3 tries"},
+      {"subscriptions/0/result", "-1"},
+      {"ownMessages/sendEvent/note", "not tried: the eventdispatcher was not found"},
+      {"queries/interfaces/tries/2/says", "no answer: nobody received the command"},
+      {"queries/deviceParam/tries/0/says", "no answer"},
+      {"queries/selectedInterface/tries/0/says", "size 12, expected 4"},
+      {"configServices/deviceconfigmanager/says", "not called: the service was not found"},
+      {"problems/0", "service eventdispatcher not seen over 3 tries"},
+      {"problems/1", "service deviceconfigmanager not seen over 3 tries"}}},
+};
+
+void PrintTo(const Row& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+QJsonValue at(QJsonValue value, const std::string& path)
+{
+    for (const QString& key : QString::fromStdString(path).split('/')) {
+        bool index = false;
+        const int i = key.toInt(&index);
+        value = index ? value.toArray().at(i) : value.toObject().value(key);
+    }
+    return value;
+}
+
+// Pumps our host's queue, as its event loop would, until the probe says it
+// has finished; bounded, since the probe must finish by itself.
+QJsonObject awaitReport(host::Host& host, const QString& dir)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(3);
+    while (std::chrono::steady_clock::now() < deadline) {
+        host.pump();
+        const QStringList files = QDir(dir).entryList({"probe-*.json"}, QDir::Files);
+        if (files.size() == 1) {
+            QFile file(QDir(dir).filePath(files.front()));
+            if (file.open(QIODevice::ReadOnly)) {
+                const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
+                if (at(report, "probe/state").toString() == "finished")
+                    return report;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return {};
+}
+
+class ProbeTest : public ::testing::TestWithParam<Row>
+{
+protected:
+    void SetUp() override
+    {
+        Interface::s_InterfaceList interface;
+        interface.interfaceId = 3;
+        interface.slotId = 2;
+        interface.connectorId = 1;
+        device.interfaces = {interface};
+        device.screens.resize(1);
+        Subcard::s_SubcardInfo subcard;
+        subcard.slotId = 2;
+        subcard.stConnectorArry = {{1, {}, 7, {}}};
+        device.subcards = {subcard};
+    }
+
+    // Loads the library, then the probe beside it, and starts both.
+    void startWithReportsIn(const QString& path)
+    {
+        qputenv("EDIDVM_PROBE_DIR", path.toLocal8Bit());
+        ASSERT_TRUE(host.load(EDIDVM_PLUGIN_PATH)) << host.error();
+        ASSERT_TRUE(host.loadAlso(EDIDVM_PROBE_PATH)) << host.error();
+        ASSERT_EQ(host.components().size(), 3u);
+        host.startAll();
+    }
+
+    DeviceStandIn device; // outlives the host, which routes to it
+    host::Host host;
+};
+
+TEST_P(ProbeTest, ReportsWhatTheHostDidAndSendsOnlyReadOnlyQueries)
+{
+    const Row& row = GetParam();
+    const QString dir = QStringLiteral(EDIDVM_TEST_DIR "/probe-reports/") + row.name;
+    QDir(dir).removeRecursively();
+    host.setVariation(row.variation);
+    device.install(host);
+    if (row.setup)
+        row.setup(host, device);
+    startWithReportsIn(dir);
+    const QJsonObject report = awaitReport(host, dir);
+    ASSERT_FALSE(report.isEmpty()) << "the probe wrote no finished report in time";
+
+    std::vector<std::string> variations, outside;
+    for (const QJsonValue& entry : report["variations"].toArray())
+        variations.push_back(entry["name"].toString().toStdString());
+    for (const QJsonValue& entry : report["outside"].toArray())
+        outside.push_back(entry.toString().toStdString());
+    EXPECT_EQ(variations, row.variations) << QJsonDocument(report).toJson().toStdString();
+    ASSERT_EQ(outside.size(), row.outside.size()) << QJsonDocument(report["outside"].toArray()).toJson().toStdString();
+    for (std::size_t i = 0; i < outside.size(); ++i)
+        EXPECT_EQ(outside[i].rfind(row.outside[i], 0), 0u) << outside[i];
+    for (const auto& field : row.fields)
+        EXPECT_EQ(at(report, field.first).toVariant().toString().toStdString(), field.second) << field.first;
+    EXPECT_EQ(host.keptEnvelopesChanged(), "");
+
+    std::set<std::uint32_t> queried;
+    for (const host::SentMessage& sent : host.recorder().messages()) {
+        if (sent.sender.rfind(ProbeSender, 0) != 0) // the witness too
+            continue;
+        const bool own = (sent.number & 0xFFFF0000u) == 0xE0D10000u;
+        EXPECT_TRUE(own || (Queries.count(sent.number) != 0 && sent.kind == host::SentKind::Command))
+            << std::hex << sent.number;
+        if (!own)
+            queried.insert(sent.number);
+    }
+    EXPECT_EQ(queried, Queries);
+    host.unload();
+}
+
+INSTANTIATE_TEST_SUITE_P(Hosts, ProbeTest, ::testing::ValuesIn(rows),
+                         [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
+
+TEST_F(ProbeTest, AReportThatCannotBeWrittenIsLoggedOnceNamingItsPath)
+{
+    WarningCapture warnings;
+    const QString blocker = QStringLiteral(EDIDVM_TEST_DIR "/probe-not-a-dir");
+    QFile(blocker).open(QIODevice::WriteOnly);
+    device.install(host);
+    startWithReportsIn(blocker + "/reports");
+    const auto logged = [&warnings] {
+        int count = 0;
+        for (const std::string& text : warnings.texts())
+            count += text.find("report cannot be written to") != std::string::npos &&
+                     text.find("probe-not-a-dir/reports/probe-") != std::string::npos;
+        return count;
+    };
+    // Each step rewrites the report: still one warning, before and after a stop.
+    for (int i = 0; i < 2000 && logged() == 0; ++i) {
+        host.pump();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    for (int i = 0; i < 200; ++i) {
+        host.pump();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    host.unload();
+    EXPECT_EQ(logged(), 1);
+}
+
+} // namespace
+} // namespace test
+} // namespace edidvm
