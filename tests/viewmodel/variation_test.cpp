@@ -11,8 +11,6 @@
 #include <array>
 #include <deque>
 #include <functional>
-#include <memory>
-#include <type_traits>
 
 namespace msg = LCD::MessageId;
 
@@ -27,41 +25,9 @@ using ::testing::IsEmpty;
 const char Reentry[] = "handler re-entered on a thread that holds the view model's lock; ignored";
 const s_ThumbTimigCheck ValidCheck{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0};
 
-template <typename Record>
-host::Delivery event(std::uint32_t number, const Record& record)
-{
-    host::Delivery delivery;
-    delivery.number = number;
-    delivery.payload = bytesOf(record);
-    // A record owning texts is delivered from a copy that lives as long as
-    // the delivery; its bytes would point into the caller's temporary.
-    if constexpr (!std::is_trivially_copyable_v<Record>)
-        delivery.record = std::make_shared<const Record>(record);
-    return delivery;
-}
-
-host::Delivery bare(std::uint32_t number, int kind = kpf::MessageKindEvent)
-{
-    host::Delivery delivery;
-    delivery.kind = kind;
-    delivery.number = number;
-    return delivery;
-}
-
 class VariationTest : public TimingChangeTest
 {
 protected:
-    // Under NestedDeliveries, or MovingCurrent; once, during the given send.
-    void interjectOnce(Variation variation, std::vector<host::Delivery> deliveries, std::uint32_t during)
-    {
-        host.setVariation(variation);
-        host::Interjection interjection;
-        interjection.deliveries = std::move(deliveries);
-        interjection.during = {during};
-        interjection.times = 1;
-        host.setInterjection(std::move(interjection));
-    }
-
     // A check request as the page sends it: the envelope's address.
     host::Delivery checkRequest(std::uint32_t number, std::vector<s_ThumbTimigCheck> thumbs,
                                 std::vector<s_DetailTimigCheck> details = {})
