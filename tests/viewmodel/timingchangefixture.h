@@ -27,7 +27,6 @@ inline const Trace ThumbRejected = {"C FC050111 8", "E FC000626 44", "C FC051000
 inline const Trace ReferenceWrite = {"C FC050111 8", "C FC051001 8",  "E FC0C0C0F 11",
                                      "E FC0C0C27 4", "E FC051009 24", "E FC0C0C10 0"};
 inline const Trace ReferenceRejected = {"C FC050111 8", "C FC051001 8", "E FC0C0C12 556"};
-inline const Trace Refresh = {"C FC050111 8", "E FC020607 56", "E FC020608 28", "E FC030606 16"};
 inline const Trace Asked = {"C FC05021F 8", "C FC05021F 8", "E FC030605 556"};
 
 inline const char BandwidthText[] =
