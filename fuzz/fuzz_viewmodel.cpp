@@ -15,7 +15,6 @@
 
 #include <QtGlobal>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,24 +40,18 @@ struct Reader
     const std::uint8_t* p = nullptr;
     std::size_t n = 0;
 
-    std::uint8_t u8()
-    {
-        if (n == 0)
-            return 0;
-        --n;
-        return *p++;
-    }
     std::uint32_t word(int bytes)
     {
         std::uint32_t v = 0;
-        for (int i = 0; i < bytes; ++i)
-            v |= std::uint32_t(u8()) << (8 * i);
+        for (int i = 0; i < bytes && n > 0; ++i, --n)
+            v |= std::uint32_t(*p++) << (8 * i);
         return v;
     }
+    std::uint8_t u8() { return std::uint8_t(word(1)); }
     std::uint32_t u32() { return word(4); }
-    std::int32_t i32() { return static_cast<std::int32_t>(word(4)); }
+    std::int32_t i32() { return std::int32_t(word(4)); }
     // Ids and keys are one signed byte, so lists collide and duplicate.
-    std::int32_t small() { return static_cast<std::int8_t>(u8()); }
+    std::int32_t small() { return std::int8_t(u8()); }
     float real()
     {
         const std::uint32_t bits = u32();
@@ -71,7 +64,7 @@ struct Reader
     {
         std::string s(u8() % 48, '\0');
         for (char& c : s)
-            c = static_cast<char>(u8());
+            c = char(u8());
         return s;
     }
     Reader take(std::size_t len)
@@ -91,15 +84,29 @@ struct Reader
     }
 };
 
-// Handled by the component, in its registration order.
-constexpr std::uint32_t Handled[16] = {
+// The numbers a message may get, by the first byte of its body modulo 16:
+// mostly the handled ones, in the component's registration order; the
+// reserved ones; numbers it only sends; other 0xFC numbers; numbers past the
+// reserved filter; any.
+const std::vector<std::uint32_t> Handled = {
     msg::PublishReference,        msg::BoxAnswer,           msg::SetCurrentInterface, msg::RefreshTiming,
     msg::SelectedInterfaceTiming, msg::ThumbCheckRequest,   msg::DetailCheckRequest,  msg::ThumbChoice,
     msg::ReferenceChoice,         msg::InUseAsked,          msg::SdiInterface,        msg::InterfaceType,
     msg::ChangedReferenceTimings, msg::ChangedThumbTimings, msg::InUseAsked2,         msg::InUseAsked3};
-const std::uint32_t Reserved[5] = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
-// Sent by the component, never handled by it.
-const std::uint32_t Foreign[4] = {msg::InterfaceDetail, msg::ThumbCheckResults, msg::WriteThumb, msg::Confirmation};
+const std::vector<std::uint32_t> Reserved = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
+const std::vector<std::uint32_t> Foreign = {msg::InterfaceDetail, msg::ThumbCheckResults, msg::WriteThumb,
+                                            msg::Confirmation};
+std::uint32_t pickNumber(Reader& r)
+{
+    const auto among = [&r](const std::vector<std::uint32_t>& numbers) { return numbers[r.u8() % numbers.size()]; };
+    const unsigned choice = r.u8() % 16;
+    return choice < 11    ? among(Handled)
+           : choice == 11 ? among(Reserved)
+           : choice == 12 ? among(Foreign)
+           : choice == 13 ? 0xFC000000u | (r.u32() & 0xFFFFFFu)
+           : choice == 14 ? 0xFFFF0003u + r.u8()
+                          : r.u32();
+}
 // The length of each plain-record payload.
 const std::map<std::uint32_t, int> RecordSizes = {
     {msg::SdiInterface, 16}, {msg::ThumbChoice, 40}, {msg::ReferenceChoice, 68}, {msg::BoxAnswer, 556}};
@@ -113,25 +120,21 @@ const std::map<std::uint32_t, int> RecordSizes = {
 // Braced lists read their fields left to right.
 s_ThumbTimingInfo readThumb(Reader& r)
 {
-    return s_ThumbTimingInfo{0, r.real(), r.i32(), r.i32(), r.u32(), 0, r.u32()};
+    return {0, r.real(), r.i32(), r.i32(), r.u32(), 0, r.u32()};
 }
-
 s_TimingDetailInfo readDetail(Reader& r)
 {
-    return s_TimingDetailInfo{0, r.real(), r.i32(), 0, 0, 0, 0, r.i32(), 0, 0, 0, 0, 0, r.u32()};
+    return {0, r.real(), r.i32(), 0, 0, 0, 0, r.i32(), 0, 0, 0, 0, 0, r.u32()};
 }
-
 s_InterfaceList readInterface(Reader& r)
 {
     s_InterfaceList e;
-    e.interfaceId = r.small();
-    e.slotId = r.small();
-    e.connectorId = r.small();
-    e.stAuxiliaryInfo.interfaceType = r.small();
-    e.stAuxiliaryInfo.interfaceStatus = r.small();
-    e.stAuxiliaryInfo.usedByScreen = r.text();
-    e.stAuxiliaryInfo.auxText18 = r.text();
-    e.ifText42 = r.text();
+    std::int32_t* smalls[] = {&e.interfaceId, &e.slotId, &e.connectorId, &e.stAuxiliaryInfo.interfaceType,
+                              &e.stAuxiliaryInfo.interfaceStatus};
+    for (std::int32_t* field : smalls)
+        *field = r.small();
+    for (std::string* field : {&e.stAuxiliaryInfo.usedByScreen, &e.stAuxiliaryInfo.auxText18, &e.ifText42})
+        *field = r.text();
     e.stThumbTiming = readThumb(r);
     e.stTimingDetail = readDetail(r);
     e.ifWord92 = r.u32();
@@ -139,7 +142,6 @@ s_InterfaceList readInterface(Reader& r)
     e.checkParam1 = r.small();
     return e;
 }
-
 s_TimigCheckResult readVerdict(Reader& r)
 {
     s_TimigCheckResult v;
@@ -150,29 +152,6 @@ s_TimigCheckResult readVerdict(Reader& r)
     v.maxFrameRate = r.i32();
     v.overBandwidth = r.small();
     return v;
-}
-
-s_ScreenDetailInfo readScreen(Reader& r)
-{
-    s_ScreenDetailInfo s;
-    s.screenId = r.u8();
-    s.screenIndex = r.u32();
-    s.stGeneral.genText0 = r.text();
-    s.stOutputDetailArry = r.list<s_OutputDetail>(4, [](Reader& in) {
-        s_OutputDetail output;
-        output.interfaceId = in.small();
-        return output;
-    });
-    return s;
-}
-
-s_SubcardInfo readSubcard(Reader& r)
-{
-    s_SubcardInfo s{r.small(), {}, {}};
-    s.stConnectorArry = r.list<s_SubcardConnector>(4, [](Reader& in) {
-        return s_SubcardConnector{in.small(), {}, in.small(), {}};
-    });
-    return s;
 }
 
 // What the stand-ins answer, in the order the input gives it.
@@ -186,30 +165,44 @@ struct World
     std::int32_t selected = 0, deviceParam = 0, slotOffset = 0;
     std::uint8_t carriedOut = 0, writeAnswer = 0;
     std::vector<int> related;
-};
 
-World readWorld(Reader& r)
-{
-    World w;
-    w.interfaces = r.list<s_InterfaceList>(9, readInterface);
-    w.screens = r.list<s_ScreenDetailInfo>(5, readScreen);
-    w.subcards = r.list<s_SubcardInfo>(4, readSubcard);
-    w.verdicts = r.list<s_TimigCheckResult>(5, readVerdict);
-    w.assessments = r.list<s_AssessResult>(3, [](Reader& in) { return s_AssessResult{0, in.small()}; });
-    w.selected = r.small();
-    w.deviceParam = r.i32();
-    w.slotOffset = r.small();
-    w.carriedOut = r.u8();
-    w.writeAnswer = r.u8();
-    w.related = r.list<int>(6, [](Reader& in) { return in.small(); });
-    return w;
-}
+    explicit World(Reader& r)
+    {
+        interfaces = r.list<s_InterfaceList>(9, readInterface);
+        screens = r.list<s_ScreenDetailInfo>(5, [](Reader& in) {
+            s_ScreenDetailInfo s;
+            s.screenId = in.u8();
+            s.screenIndex = in.u32();
+            s.stGeneral.genText0 = in.text();
+            for (std::int32_t id : in.list<std::int32_t>(4, [](Reader& o) { return o.small(); }))
+                s.stOutputDetailArry.emplace_back().interfaceId = id;
+            return s;
+        });
+        subcards = r.list<s_SubcardInfo>(4, [](Reader& in) {
+            s_SubcardInfo s{in.small(), {}, {}};
+            s.stConnectorArry = in.list<s_SubcardConnector>(4, [](Reader& c) {
+                return s_SubcardConnector{c.small(), {}, c.small(), {}};
+            });
+            return s;
+        });
+        verdicts = r.list<s_TimigCheckResult>(5, readVerdict);
+        assessments = r.list<s_AssessResult>(3, [](Reader& in) { return s_AssessResult{0, in.small()}; });
+        selected = r.small();
+        deviceParam = r.i32();
+        slotOffset = r.small();
+        carriedOut = r.u8();
+        writeAnswer = r.u8();
+        related = r.list<int>(6, [](Reader& in) { return in.small(); });
+    }
+};
 
 // How a stand-in answers this time; one byte of the input each.
 enum class Mood { Normal, Empty, Doubled, WrongSize, NoReply, Reenter };
 
 struct Run
 {
+    explicit Run(Reader& in) : world(in) {}
+
     edidvm::host::Host host;
     kpf::IMessageHandler* component = nullptr;
     World world;
@@ -219,9 +212,8 @@ struct Run
 
     Mood mood()
     {
-        static const Mood table[8] = {Mood::Normal,  Mood::Normal,    Mood::Normal,  Mood::Empty,
-                                      Mood::Doubled, Mood::WrongSize, Mood::NoReply, Mood::Reenter};
-        return table[moods.u8() % 8];
+        const unsigned pick = moods.u8() % 8;
+        return pick < 3 ? Mood::Normal : Mood(pick - 2);
     }
 };
 
@@ -240,12 +232,10 @@ std::vector<T> shaped(const std::vector<T>& list, Mood mood)
 // A reply of `size` bytes from `value`, one byte too long, or none.
 std::optional<Bytes> reply(Mood mood, const void* value, std::size_t size)
 {
-    if (mood == Mood::NoReply)
-        return std::nullopt;
-    if (mood == Mood::WrongSize)
-        return Bytes(size + 1, 0x5A);
     const auto* bytes = static_cast<const std::uint8_t*>(value);
-    return Bytes(bytes, bytes + size);
+    return mood == Mood::NoReply     ? std::nullopt
+           : mood == Mood::WrongSize ? std::optional<Bytes>(Bytes(size + 1, 0x5A))
+                                     : Bytes(bytes, bytes + size);
 }
 
 // The stand-in for command `number`: may first re-enter the component with
@@ -343,24 +333,6 @@ void installStandIns(Run& run)
     });
 }
 
-// Mostly the handled numbers; also the reserved ones, numbers the component
-// only sends, other 0xFC numbers, numbers past the reserved filter, any.
-std::uint32_t pickNumber(Reader& body)
-{
-    const unsigned choice = body.u8() % 16;
-    if (choice < 11)
-        return Handled[body.u8() % 16];
-    if (choice == 11)
-        return Reserved[body.u8() % 5];
-    if (choice == 12)
-        return Foreign[body.u8() % 4];
-    if (choice == 13)
-        return 0xFC000000u | (body.u32() & 0xFFFFFFu);
-    if (choice == 14)
-        return 0xFFFF0003u + body.u8();
-    return body.u32();
-}
-
 void deliver(Run& run, int kind, std::uint32_t number, int size, const void* data)
 {
     const std::optional<Bytes> answer = run.host.deliver(run.component, kind, number, size, data);
@@ -455,15 +427,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Reader in{data, size};
-    Run run;
     // The input's length picks how the host hands out payloads, so the seeds
     // keep their layout: copied, lent, lent with the interface list answered
     // elsewhere, or readable only once.
-    static const edidvm::host::Variation hosts[4] = {
-        edidvm::host::Variation::Default, edidvm::host::Variation::LentPayloads,
-        edidvm::host::Variation::AnswerElsewhere, edidvm::host::Variation::UnstableData};
-    run.host.setVariation(hosts[size % 4]);
-    run.world = readWorld(in);
+    Run run(in);
+    run.host.setVariation(edidvm::host::Variation(size % 4));
     std::vector<Reader> bodies(in.u8() % 25);
     for (Reader& body : bodies)
         body = in.take(in.word(2));

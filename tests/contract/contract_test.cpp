@@ -214,17 +214,12 @@ struct Thumb
     std::int32_t width = 0, height = 0;
     std::uint32_t param4 = 0, param5 = 0, param6 = 0;
 };
-static_assert(sizeof(Thumb) == 28, "a thumb timing is 28 bytes");
 struct Detail
 {
     std::uint32_t param0 = 0;
     float refresh = 0.0f;
-    std::int32_t width = 0;
-    std::uint32_t param3[4] = {};
-    std::int32_t height = 0;
-    std::uint32_t param8[6] = {};
+    std::int32_t width = 0, param3[4] = {}, height = 0, param8[6] = {};
 };
-static_assert(sizeof(Detail) == 56, "a detail timing is 56 bytes");
 
 // The 840-byte interface record: the fields this host sets or reads at their
 // offsets, and its five texts as real strings.
@@ -249,7 +244,6 @@ struct InterfaceRecord
     std::uint32_t word158 = 0; // 632
     unsigned char pad6[204] = {};
 };
-static_assert(sizeof(InterfaceRecord) == 840, "the interface record is 840 bytes");
 
 InterfaceRecord interfaceRecord(std::int32_t id, std::int32_t type)
 {
@@ -279,7 +273,6 @@ struct Choice
     Timing timing;
     std::uint32_t tail0 = 0, tail1 = 0;
 };
-static_assert(sizeof(Choice<Thumb>) == 40 && sizeof(Choice<Detail>) == 68, "choices are 40 and 68 bytes");
 template <typename Timing>
 struct Check
 {
@@ -287,16 +280,12 @@ struct Check
     Timing timing;
     std::int32_t checkParam0 = 0, checkParam1 = 0;
 };
-static_assert(sizeof(Check<Thumb>) == 44 && sizeof(Check<Detail>) == 72, "checks are 44 and 72 bytes");
 struct Verdict
 {
-    std::int32_t id = 0, word1 = 0;
-    float float2 = 0.0f, float3 = 0.0f;
-    std::int32_t bandwidthLimit = 0, bandwidthNeeded = 0;
+    std::int32_t id = 0, word1 = 0, words2[2] = {}, bandwidthLimit = 0, bandwidthNeeded = 0;
     std::vector<std::int32_t> list6{}, frameRates{}; // 24, 48
     std::int32_t word18 = 0, maxFrameRate = 0, overBandwidth = 0, word21 = 0;
 };
-static_assert(sizeof(Verdict) == 88, "a verdict is 88 bytes");
 struct OutputRecord
 {
     std::int32_t interfaceId = 0, word1 = 0;
@@ -305,7 +294,6 @@ struct OutputRecord
     std::vector<std::array<std::uint32_t, 4>> list18{};
     std::vector<std::array<std::uint32_t, 6>> list24{};
 };
-static_assert(sizeof(OutputRecord) == 120, "a screen's output is 120 bytes");
 struct ScreenRecord
 {
     std::uint32_t id = 0, word1 = 0, index = 0, word3 = 0;
@@ -318,18 +306,15 @@ struct ScreenRecord
     std::string text126;
     std::uint32_t word134 = 0;
 };
-static_assert(sizeof(ScreenRecord) == 544, "a screen is 544 bytes");
 struct ConnectorRecord
 {
     std::int32_t id = 0, words1[2] = {}, key = 0, words4[2] = {};
 };
-static_assert(sizeof(ConnectorRecord) == 24, "a connector is 24 bytes");
 struct SubcardRecord
 {
     std::int32_t slot = 0, words1[4] = {};
     std::vector<ConnectorRecord> connectors;
 };
-static_assert(sizeof(SubcardRecord) == 48, "a subcard is 48 bytes");
 struct Assessment
 {
     std::int32_t word0 = 0, code = 0;
@@ -345,6 +330,12 @@ struct MessageBoxRecord
     std::uint8_t flags[4] = {};
     std::int32_t param3 = -1, param4 = 1;
 };
+// The sizes the contract gives every record.
+static_assert(sizeof(Thumb) == 28 && sizeof(Detail) == 56 && sizeof(InterfaceRecord) == 840, "timings, interface");
+static_assert(sizeof(Choice<Thumb>) == 40 && sizeof(Choice<Detail>) == 68, "choices are 40 and 68 bytes");
+static_assert(sizeof(Check<Thumb>) == 44 && sizeof(Check<Detail>) == 72, "checks are 44 and 72 bytes");
+static_assert(sizeof(Verdict) == 88 && sizeof(OutputRecord) == 120 && sizeof(ScreenRecord) == 544, "verdict, screen");
+static_assert(sizeof(ConnectorRecord) == 24 && sizeof(SubcardRecord) == 48, "connector, subcard");
 static_assert(sizeof(MessageBoxRecord) == 556, "a message box is 556 bytes");
 
 // A query envelope: a filter the answerer calls if set, then the query's

@@ -149,19 +149,10 @@ TEST_F(MessageHandlerTest, EveryRegistrationSubscribesAndTheFirstHandlerStays)
     EXPECT_THAT(component.tags, ElementsAre(1, 2));
 }
 
-TEST_F(MessageHandlerTest, TheStartMessageRunsOnInitWhateverItsKind)
-{
-    TestComponent component({{false, 0xFFFF0000u, 9}});
-    host.start(&component);
-    for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent, 0, 0x1234})
-        EXPECT_FALSE(host.deliver(&component, kind, 0xFFFF0000u, 0, nullptr));
-    EXPECT_EQ(component.initCalls, 5);
-    EXPECT_THAT(component.tags, IsEmpty());
-}
-
 // Reserved numbers never reach a handler, registered or not; the kind
 // chooses the table before the number is looked up. 0xFFFF0003 and
-// 0xFFFFFFFD, next to the reserved ones, are ordinary.
+// 0xFFFFFFFD, next to the reserved ones, are ordinary. The start message
+// runs onInit whatever its kind; a null message is ignored.
 TEST_F(MessageHandlerTest, AMessageReachesOnlyANonEmptyHandlerOfItsKindAndNumber)
 {
     std::vector<TestComponent::Registration> table = {
@@ -178,6 +169,7 @@ TEST_F(MessageHandlerTest, AMessageReachesOnlyANonEmptyHandlerOfItsKindAndNumber
                                       {"unknown kind", kpf::wireInt(0xF0000003u), EventA},
                                       {"kind -1", -1, EventA},
                                       {"empty handler", kpf::MessageKindEvent, EventB}};
+    table.push_back({false, 0xFFFF0000u, 9});
     for (std::uint32_t reserved : {0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu})
         for (bool command : {true, false}) {
             table.push_back({command, reserved, 9});
@@ -188,19 +180,15 @@ TEST_F(MessageHandlerTest, AMessageReachesOnlyANonEmptyHandlerOfItsKindAndNumber
     for (const Unrouted& message : unrouted)
         EXPECT_FALSE(host.deliver(&component, message.kind, message.number, 0, nullptr))
             << message.name << " " << std::hex << message.number;
+    for (int kind : {kpf::MessageKindCommand, kpf::MessageKindEvent, 0, 0x1234})
+        EXPECT_FALSE(host.deliver(&component, kind, 0xFFFF0000u, 0, nullptr));
+    EXPECT_EQ(component.initCalls, 5);
+    EXPECT_EQ(component.handleMessage(nullptr), nullptr);
+    EXPECT_EQ(component.processMsg(kpf::wireInt(EventA), nullptr), nullptr) << "the host may call it directly";
     EXPECT_THAT(component.tags, IsEmpty());
     host.deliver(&component, kpf::MessageKindEvent, 0xFFFF0003u, 0, nullptr);
     host.deliver(&component, kpf::MessageKindEvent, 0xFFFFFFFDu, 0, nullptr);
     EXPECT_THAT(component.tags, ElementsAre(3, 4));
-}
-
-TEST_F(MessageHandlerTest, ANullMessageIsIgnored)
-{
-    TestComponent component({{false, EventA, 1}});
-    host.start(&component);
-    EXPECT_EQ(component.handleMessage(nullptr), nullptr);
-    EXPECT_EQ(component.processMsg(kpf::wireInt(EventA), nullptr), nullptr) << "the host may call it directly";
-    EXPECT_THAT(component.tags, IsEmpty());
 }
 
 TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
@@ -224,16 +212,8 @@ TEST_F(MessageHandlerTest, AMissingServiceSkipsTheSendWithOneWarningNamingIt)
     EXPECT_THAT(capture.messages().at(0).function, HasSubstr("LCD::Message::MessageHandler::registerEvent"));
     EXPECT_THAT(reply, ElementsAre(9, 9, 9, 9));
     // Nothing subscribed: either registration returns -1.
-    struct Registering
-    {
-        const char* name;
-        int (TestComponent::*registration)(int, LCD::Message::MessageHandlerFunc);
-        std::uint32_t number;
-    };
-    const Registering registrations[] = {{"command", &TestComponent::registerCommand, CommandA},
-                                         {"event", &TestComponent::registerEvent, EventB}};
-    for (const Registering& registering : registrations)
-        EXPECT_EQ((component.*registering.registration)(kpf::wireInt(registering.number), {}), -1) << registering.name;
+    EXPECT_EQ(component.registerCommand(kpf::wireInt(CommandA), {}), -1);
+    EXPECT_EQ(component.registerEvent(kpf::wireInt(EventB), {}), -1);
     EXPECT_THAT(host.subscriptions().calls(), IsEmpty());
     EXPECT_THAT(host.recorder().messages(), IsEmpty());
     // The tables were filled all the same: direct deliveries still route.

@@ -19,9 +19,7 @@ const char Overtaken[] = "a later commit of this kind has already been written; 
 
 enum class Arrival { Nested, AfterTheAnswer, OtherThread };
 
-class CommitOrderTest : public TimingChangeTest
-{
-};
+using CommitOrderTest = TimingChangeTest;
 
 TEST_F(CommitOrderTest, ACommitWritesOnlyIfNoLaterCommitOfItsKindHasWritten)
 {
@@ -102,14 +100,8 @@ TEST_F(CommitOrderTest, ACommitWritesOnlyIfNoLaterCommitOfItsKindHasWritten)
                     }
                 };
             } else {
-                host.setVariation(arrival == Arrival::Nested ? Variation::NestedDeliveries : Variation::MovingCurrent);
-                host::Interjection interjection;
-                interjection.deliveries.emplace_back();
-                interjection.deliveries[0].number = choice;
-                interjection.deliveries[0].payload = newer;
-                interjection.during = {during};
-                interjection.times = 1;
-                host.setInterjection(std::move(interjection));
+                interjectOnce(arrival == Arrival::Nested ? Variation::NestedDeliveries : Variation::MovingCurrent,
+                              {event(choice, newer)}, during);
             }
             const Bytes older = payload(0);
             host.event(choice, older.data(), int(older.size()));

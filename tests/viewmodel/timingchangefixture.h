@@ -7,6 +7,7 @@
 #include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
+#include <memory>
 #include <tuple>
 
 namespace edidvm {
@@ -26,7 +27,6 @@ inline const Trace ThumbRejected = {"C FC050111 8", "E FC000626 44", "C FC051000
 inline const Trace ReferenceWrite = {"C FC050111 8", "C FC051001 8",  "E FC0C0C0F 11",
                                      "E FC0C0C27 4", "E FC051009 24", "E FC0C0C10 0"};
 inline const Trace ReferenceRejected = {"C FC050111 8", "C FC051001 8", "E FC0C0C12 556"};
-inline const Trace Refresh = {"C FC050111 8", "E FC020607 56", "E FC020608 28", "E FC030606 16"};
 inline const Trace Asked = {"C FC05021F 8", "C FC05021F 8", "E FC030605 556"};
 
 inline const char BandwidthText[] =
@@ -76,6 +76,32 @@ inline s_TimigCheckResult verdict(std::int32_t id, std::int32_t needed, std::int
     return result;
 }
 
+// A delivery the host interjects: a record, or the bytes given.
+template <typename Record>
+host::Delivery event(std::uint32_t number, const Record& record)
+{
+    host::Delivery delivery;
+    delivery.number = number;
+    if constexpr (std::is_same_v<Record, Bytes>) {
+        delivery.payload = record;
+    } else {
+        delivery.payload = bytesOf(record);
+        // A record owning texts is delivered from a copy that lives as long
+        // as the delivery; its bytes would point into the caller's temporary.
+        if constexpr (!std::is_trivially_copyable_v<Record>)
+            delivery.record = std::make_shared<const Record>(record);
+    }
+    return delivery;
+}
+
+inline host::Delivery bare(std::uint32_t number, int kind = kpf::MessageKindEvent)
+{
+    host::Delivery delivery;
+    delivery.kind = kind;
+    delivery.number = number;
+    return delivery;
+}
+
 class TimingChangeTest : public ViewModelTest
 {
 protected:
@@ -114,6 +140,17 @@ protected:
         related = {2, 1};
         device.screens = {screen(101, 0, {5}), screen(102, 1, {99, 6}), screen(103, 2, {3})};
         reset();
+    }
+
+    // Under NestedDeliveries, or MovingCurrent; once, during the given send.
+    void interjectOnce(host::Variation variation, std::vector<host::Delivery> deliveries, std::uint32_t during)
+    {
+        host.setVariation(variation);
+        host::Interjection interjection;
+        interjection.deliveries = std::move(deliveries);
+        interjection.during = {during};
+        interjection.times = 1;
+        host.setInterjection(std::move(interjection));
     }
 
     void choose(const s_InterfaceThumbTiming& timing) { host.event(ThumbChoice, &timing, sizeof timing); }

@@ -122,32 +122,17 @@ TEST(FitText, KeepsAtMostOneByteLessThanTheFieldOnACharacterBoundary)
         EXPECT_EQ(Model::OutputEDIDViewModel::fitText(c.text, c.field), c.text.left(c.kept)) << c.name;
 }
 
-TEST_F(ViewModelUnitTest, AnSdiRecordIsStoredOnlyWhenExactly16Bytes)
+// The payload table checks the warnings of the refused sizes.
+TEST_F(ViewModelUnitTest, AnSdiRecordOfExactly16BytesNamesTheFirstListedInterfaceWithItsId)
 {
-    const std::uint32_t words[5] = {1, 2, 5, 4, 99};
-    struct Delivery
-    {
-        const char* name;
-        const void* data;
-        int size;
-    };
-    const Delivery refused[] = {
-        {"one byte short", words, 15}, {"one byte too many", words, 17}, {"no data", nullptr, 16}};
-    for (const Delivery& delivery : refused) {
-        SCOPED_TRACE(delivery.name);
-        capture.clear();
-        host.deliver(model.get(), kpf::MessageKindEvent, msg::SdiInterface, delivery.size, delivery.data);
-        EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, Bytes(16, 0).data(), 16), 0);
-        EXPECT_THAT(capture.texts(), ElementsAre("command does not correct."));
+    const std::uint32_t words[5] = {1, 2, 5, 4, 99}; // interface 5
+    for (const auto& [data, size] : {std::pair<const void*, int>{words, 15}, {words, 17}, {nullptr, 16}}) {
+        host.deliver(model.get(), kpf::MessageKindEvent, msg::SdiInterface, size, data);
+        EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, Bytes(16, 0).data(), 16), 0) << size;
     }
     host.deliver(model.get(), kpf::MessageKindEvent, msg::SdiInterface, 16, words);
     EXPECT_EQ(std::memcmp(&model->m_curSDIInterfaceInfo, words, 16), 0);
-}
-
-TEST_F(ViewModelUnitTest, TheSdiInterfaceIsTheFirstListedWithTheRecordsId)
-{
-    const std::uint32_t words[4] = {1, 2, 5, 4}; // interface 5
-    host.deliver(model.get(), kpf::MessageKindEvent, msg::SdiInterface, 16, words);
+    capture.clear();
     s_InterfaceDetailInfo info;
     EXPECT_EQ(model->getSDIInterfaceDetail(info).interfaceId, 0);
     info.stInterfaceListArry.resize(3);
