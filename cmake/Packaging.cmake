@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
 # Debian packages: liboutputedidviewmodel (the plug-in, what an integrator
-# installs on the device, arm64, or a desktop, amd64), edidsim (the
+# installs on the device, arm64, or a desktop, amd64),
+# liboutputedidviewmodel-probe (the probe that measures a device's host,
+# installed beside it for one run), edidsim (the
 # simulator with its scenarios, Qt Core only) and edidsim-page (the desktop
 # page edidsim loads, with Qt Quick), each with a -dbgsym package holding its
 # debugging symbols. `cpack` in a build directory makes them.
@@ -62,6 +64,13 @@ install(FILES ${EDIDVM_TRANSLATIONS_DIR}/outputedidviewmodel_de.qm
         DESTINATION share/outputedidviewmodel/translations COMPONENT plugin)
 edidvm_package_docs(plugin liboutputedidviewmodel)
 set(components plugin)
+if(TARGET outputedidviewmodel-probe)
+  install(TARGETS outputedidviewmodel-probe LIBRARY DESTINATION ${EDIDVM_PLUGIN_INSTALL_DIR} COMPONENT probe)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/probe.md DESTINATION share/doc/liboutputedidviewmodel-probe
+          COMPONENT probe)
+  edidvm_package_docs(probe liboutputedidviewmodel-probe)
+  list(APPEND components probe)
+endif()
 if(TARGET edidsim)
   install(TARGETS edidsim RUNTIME DESTINATION bin COMPONENT simulator)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/scenarios/ DESTINATION share/edidsim/scenarios COMPONENT simulator)
@@ -105,7 +114,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Debian details CPack does not write (cmake/PackagingPostBuild.cmake).
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackagingCPack.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/PackagingPostBuild.cmake)
-set(CPACK_EDIDVM_MULTIARCH_SAME liboutputedidviewmodel liboutputedidviewmodel-dbgsym)
+set(CPACK_EDIDVM_MULTIARCH_SAME liboutputedidviewmodel liboutputedidviewmodel-dbgsym
+    liboutputedidviewmodel-probe liboutputedidviewmodel-probe-dbgsym)
 
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME liboutputedidviewmodel)
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION libs)
@@ -114,6 +124,14 @@ The view model of the page on which a user inspects and changes the timing
 of a display controller's output interfaces (HDMI, DP, DVI, SDI). The host
 component framework of the device's user interface loads this plug-in from
 a private plug-in directory; it depends on Qt Core only.")
+set(CPACK_DEBIAN_PROBE_PACKAGE_NAME liboutputedidviewmodel-probe)
+set(CPACK_DEBIAN_PROBE_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PROBE_DESCRIPTION "probe plug-in that measures the display controller's host
+A second plug-in, installed beside the output EDID view model plug-in, that
+sends only read-only queries and messages to itself, measures how the
+device's host delivers messages (copied or lent payloads, threads, nesting,
+timing) and writes what it saw as a JSON report. It changes nothing on the
+device; remove it after the run.")
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME edidsim)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION devel)
 set(edidsim_description "desktop simulator for the output EDID view model plug-in

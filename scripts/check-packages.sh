@@ -7,7 +7,9 @@
 # package ships the stripped program, its scenarios and manual page, needs no
 # Qt GUI library, and the program unpacked with the plug-in plays its default
 # scenario against the unpacked library; the page package ships the page's
-# module, which the unpacked program loads to draw the default scenario; each has a -dbgsym package with the symbols of its
+# module, which the unpacked program loads to draw the default scenario; the
+# probe package ships the stripped probe beside the plug-in, exporting only
+# the two entry points; each has a -dbgsym package with the symbols of its
 # binary. lintian must report no error and no warning that the packages'
 # overrides do not justify.
 # Usage: scripts/check-packages.sh BUILD_DIR:ARCH [BUILD_DIR:ARCH ...]
@@ -78,6 +80,29 @@ $expected"
   echo "packages: $(basename "$plugin") holds the stripped $arch library in $(dirname "$library"), its translation and symbols package"
   echo "packages: $(basename "$plugin") Depends: $depends"
 
+  probe="$build/liboutputedidviewmodel-probe_${version}_${arch}.deb"
+  probe_library=/usr/$plugin_dir/liboutputedidviewmodel-probe.so
+  [ -f "$probe" ] || fail "no probe package for $arch in $build"
+  [ "$(dpkg-deb -f "$probe" Multi-Arch)" = same ] || fail "$probe: not Multi-Arch: same"
+  files=$(dpkg-deb -c "$probe" | awk '{print $6}' | grep -v '/$' | sort)
+  expected=$(printf '%s\n' ".$probe_library" \
+    ./usr/share/doc/liboutputedidviewmodel-probe/{copyright,changelog.Debian.gz,probe.md} \
+    "./usr/share/lintian/overrides/liboutputedidviewmodel-probe" | sort)
+  [ "$files" = "$expected" ] || fail "$probe holds:
+$files
+expected exactly:
+$expected"
+  unpacked=$(mktemp -d)
+  dpkg-deb -x "$probe" "$unpacked"
+  machine=$(readelf -h "$unpacked$probe_library" | awk -F: '/Machine/ {print $2}')
+  exports=$(readelf --dyn-syms -W "$unpacked$probe_library" | awk '$5 == "GLOBAL" && $7 != "UND" {print $8}' \
+    | sed 's/@.*//' | sort | tr '\n' ' ')
+  rm -rf "$unpacked"
+  [[ "$machine" == *"$machine_name"* ]] || fail "$probe: probe built for$machine"
+  [ "$exports" = "pluginfo pluginit " ] || fail "$probe: the probe exports $exports"
+  check_stripped "$probe" "$probe_library" "$arch"
+  echo "packages: $(basename "$probe") holds the stripped $arch probe beside the plug-in, exporting $exports"
+
   simulator="$build/edidsim_${version}_${arch}.deb"
   if [ -f "$simulator" ]; then
     listing=$(dpkg-deb -c "$simulator" | awk '{print $6}')
@@ -110,7 +135,7 @@ $played"; }
     status=0
     broken=$("${run[@]}" "$unpacked/usr/bin/edidsim" 2>&1) || status=$?
     rm -rf "$unpacked"
-    grep -q '== scenario default.json' <<<"$played" || fail "$simulator: the default scenario was not played"
+    grep -q '== scenario .*/scenarios/default.json: ' <<<"$played" || fail "$simulator: the default scenario was not played"
     [ "$status" = 3 ] && grep -q "$library: cannot be loaded" <<<"$broken" \
       || fail "$simulator: the unpacked program does not load the unpacked library:
 $broken"
