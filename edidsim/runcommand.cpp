@@ -291,14 +291,18 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
                 if (json)
                     trace.record({{"type", "problem"},
                                   {"file", problem.file},
-                                  {"path", problem.path.empty() ? Fields() : Fields(problem.path)},
+                                  {"path", problem.path ? Fields(*problem.path) : Fields()},
                                   {"message", problem.message}});
             }
+            if (json && error.notShown() != 0)
+                trace.record({{"type", "problemsNotShown"}, {"file", files[i]}, {"count", error.notShown()}});
             if (!json)
                 printProblems(error.what());
             totals.refusedFiles.push_back(files[i]);
+            const std::size_t shown = error.problems().size();
             report.cases[i] = {files[i], JunitCase::Outcome::Error,
-                               "refused: " + plural(error.problems().size(), "problem", "problems"),
+                               "refused: " + plural(shown + error.notShown(), "problem", "problems") +
+                                   (error.notShown() != 0 ? ", " + std::to_string(shown) + " shown" : ""),
                                std::string(error.what()) + "\n"};
         }
     }

@@ -94,7 +94,7 @@ std::string joined(const Keys& keys)
 
 void JsonNode::report(const std::string& text) const
 {
-    m_problems.push_back({"", oneLine(m_path.empty() ? "/" : m_path), oneLine(text)});
+    m_problems.push_back({"", oneLine(m_path), oneLine(text)});
 }
 
 void JsonNode::fail(const std::string& text) const

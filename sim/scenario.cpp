@@ -25,11 +25,11 @@ std::string readFile(const std::string& file)
 {
     std::error_code error;
     if (std::filesystem::is_directory(file, error))
-        throw ScenarioError({{file, "", "is a directory, not a scenario file"}});
+        throw ScenarioError({{file, std::nullopt, "is a directory, not a scenario file"}});
     errno = 0;
     std::FILE* in = std::fopen(file.c_str(), "rb");
     if (in == nullptr)
-        throw ScenarioError({{file, "", std::string("cannot be read: ") + std::strerror(errno)}});
+        throw ScenarioError({{file, std::nullopt, std::string("cannot be read: ") + std::strerror(errno)}});
     std::string text;
     char buffer[65536];
     std::size_t count = 0;
@@ -38,7 +38,7 @@ std::string readFile(const std::string& file)
     const int failed = std::ferror(in) ? errno : 0;
     std::fclose(in);
     if (failed != 0)
-        throw ScenarioError({{file, "", std::string("cannot be read: ") + std::strerror(failed)}});
+        throw ScenarioError({{file, std::nullopt, std::string("cannot be read: ") + std::strerror(failed)}});
     return text;
 }
 
@@ -60,18 +60,22 @@ void noteUnreachableScreens(Scenario& scenario)
     }
 }
 
-std::string problemsText(const std::vector<Problem>& problems)
+std::string problemsText(const std::vector<Problem>& problems, std::size_t notShown)
 {
     std::string text;
-    for (const Problem& problem : problems)
-        text += (text.empty() ? "" : "\n") + problem.file + ": " + (problem.path.empty() ? "" : problem.path + ": ") +
-                problem.message;
+    for (const Problem& problem : problems) {
+        const std::string where = !problem.path ? "" : problem.path->empty() ? "/: " : *problem.path + ": ";
+        text += (text.empty() ? "" : "\n") + problem.file + ": " + where + problem.message;
+    }
+    if (notShown != 0 && !problems.empty())
+        text += "\n" + problems.front().file + ": " + std::to_string(notShown) +
+                (notShown == 1 ? " more problem not shown" : " more problems not shown");
     return text;
 }
 } // namespace
 
-ScenarioError::ScenarioError(std::vector<Problem> problems)
-    : std::runtime_error(problemsText(problems)), m_problems(std::move(problems))
+ScenarioError::ScenarioError(std::vector<Problem> problems, std::size_t notShown)
+    : std::runtime_error(problemsText(problems, notShown)), m_problems(std::move(problems)), m_notShown(notShown)
 {}
 
 Scenario loadScenario(const std::string& file)
@@ -86,7 +90,7 @@ Scenario loadScenario(const std::string& file)
         // out_of_range.406 for a number beyond a double (1e400), which names no line.
         const std::string what = error.what();
         const std::size_t start = what.find("] ");
-        throw ScenarioError({{file, "", start == std::string::npos ? what : what.substr(start + 2)}});
+        throw ScenarioError({{file, std::nullopt, start == std::string::npos ? what : what.substr(start + 2)}});
     }
 
     Scenario scenario;
@@ -117,12 +121,9 @@ Scenario loadScenario(const std::string& file)
     if (!problems.empty()) {
         for (Problem& problem : problems)
             problem.file = file;
-        if (problems.size() > ProblemsShown) {
-            const std::size_t more = problems.size() - ProblemsShown;
-            problems.resize(ProblemsShown);
-            problems.push_back({file, "", std::to_string(more) + " more problems not shown"});
-        }
-        throw ScenarioError(std::move(problems));
+        const std::size_t more = problems.size() > ProblemsShown ? problems.size() - ProblemsShown : 0;
+        problems.resize(problems.size() - more);
+        throw ScenarioError(std::move(problems), more);
     }
     noteUnreachableScreens(scenario);
     return scenario;
