@@ -195,12 +195,17 @@ bool JsonNode::boolean() const
     return m_value.get<bool>();
 }
 
-std::string JsonNode::childPath(const std::string& key) const
+std::string pointerToken(const std::string& key)
 {
     std::string escaped;
     for (char c : key)
         escaped += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
-    return m_path + "/" + escaped;
+    return escaped;
+}
+
+std::string JsonNode::childPath(const std::string& key) const
+{
+    return m_path + "/" + pointerToken(key);
 }
 
 JsonNode JsonNode::child(const std::string& key) const

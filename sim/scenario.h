@@ -30,8 +30,7 @@ class ScenarioError : public std::runtime_error
 public:
     explicit ScenarioError(std::vector<Problem> problems, std::size_t notShown = 0);
     // One problem of the whole file.
-    ScenarioError(const std::string& file, const std::string& message)
-        : ScenarioError({{file, std::nullopt, message}})
+    ScenarioError(const std::string& file, const std::string& message) : ScenarioError({{file, std::nullopt, message}})
     {}
     const std::vector<Problem>& problems() const { return m_problems; }
     // The file's problems beyond those held: counted, not kept.
@@ -167,6 +166,9 @@ struct Scenario
 
 // Throws ScenarioError.
 Scenario loadScenario(const std::string& file);
+// A scenario file's bytes; a directory, or a file that cannot be read, is
+// refused saying why. Throws ScenarioError.
+std::string readScenarioText(const std::string& file);
 
 } // namespace sim
 } // namespace edidvm

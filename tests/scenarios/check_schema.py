@@ -33,6 +33,7 @@ STRUCTURAL = [
 # names and which fields each message shows, EDID files and modes.
 SEMANTIC = [
     "bad-edid.json",
+    "duplicate-keys.json",  # a JSON reader keeps one of them
     "edid-interlaced-choice.json",
     "missing-edid.json",
     "unknown-interface.json",
