@@ -151,11 +151,13 @@ std::int64_t JsonNode::integer(std::int64_t min, std::int64_t max) const
     else if (whole)
         value = m_value.get<std::int64_t>();
     if (!whole || value < min || value > max) {
+        // Too large a number gets the bound it passed.
+        const std::string upTo = whole && value > max ? " up to " + std::to_string(max) : "";
         if (min == 0 && (max == Int32Max || max == Word32Max))
-            expected("a non-negative integer");
+            expected("a non-negative integer" + upTo);
         if (min == 1 && max == Int32Max)
-            expected("a positive integer");
-        expected(min == Int32Min && max == Int32Max
+            expected("a positive integer" + upTo);
+        expected(!whole && min == Int32Min && max == Int32Max
                      ? std::string("an integer")
                      : "an integer from " + std::to_string(min) + " to " + std::to_string(max));
     }

@@ -80,18 +80,20 @@ private:
 };
 
 // Each warning of a device step's state that its previous state did not
-// have, named after the step.
+// have, named after the step. "note" tells the simulator's own from the
+// component's warnings in the trace.
 void noteUnreachableScreens(Scenario& scenario)
 {
     std::vector<std::string> before = unreachableScreens(scenario.device);
-    scenario.notes.insert(scenario.notes.end(), before.begin(), before.end());
+    for (const std::string& warning : before)
+        scenario.notes.push_back("note: " + warning);
     for (std::size_t i = 0; i < scenario.steps.size(); ++i) {
         if (!scenario.steps[i].device)
             continue;
         std::vector<std::string> now = unreachableScreens(*scenario.steps[i].device);
         for (const std::string& warning : now) {
             if (std::find(before.begin(), before.end(), warning) == before.end())
-                scenario.notes.push_back("from step " + std::to_string(i) + ": " + warning);
+                scenario.notes.push_back("note from step " + std::to_string(i) + ": " + warning);
         }
         before = std::move(now);
     }
