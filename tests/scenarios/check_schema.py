@@ -43,6 +43,7 @@ SEMANTIC = [
 UNPARSABLE = ["syntax-error.json"]
 # Taken by the reader: they test the play, not the reading.
 VALID = [
+    "control-warning.json",
     "demonstration.json",
     "diff-expectation.json",
     "edid-damaged.json",
