@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -33,14 +32,6 @@ void printProblems(const std::string& problems)
     std::istringstream lines(problems);
     for (std::string line; std::getline(lines, line);)
         std::fprintf(stderr, "edidsim: %s\n", line.c_str());
-}
-
-std::string fileText(const std::string& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 // An item of "expect" as a user writes it: the table's name, bare when the
@@ -119,7 +110,7 @@ int blessFile(const Scenario& scenario, host::Host& host, Trace& trace)
 
     const std::string text = canonicalScenarioText(document);
     const std::string counted = std::to_string(changed) + " of " + std::to_string(scenario.steps.size()) + " steps";
-    if (text == fileText(file)) {
+    if (text == readScenarioText(file)) {
         std::printf("unchanged %s: %s changed\n", file.c_str(), counted.c_str());
     } else {
         // Whatever a bless writes, the reader must take.
@@ -174,8 +165,10 @@ int formatScenarios(const std::vector<std::string>& files)
     int status = Passed;
     for (const std::string& file : files) {
         try {
+            // Only what the reader takes is a scenario to rewrite.
+            loadScenario(file);
             const std::string text = canonicalScenarioText(readScenarioDocument(file));
-            if (text != fileText(file)) {
+            if (text != readScenarioText(file)) {
                 replaceScenarioFile(file, text);
                 std::printf("reformatted %s\n", file.c_str());
             }

@@ -31,6 +31,11 @@ std::string ownFile(const char* built, const char* installedFromProgramDir);
 
 // Every subcommand and its options, for the end of edidsim --help.
 std::string commandsHelp();
+// " (did you mean \"page\"?)" for a word close to a subcommand's name.
+std::string commandHint(const std::string& word);
+// A bad command line: the message on standard error, or with --json among
+// the arguments an error and a summary record. Returns the exit status.
+int refuseCommandLine(int argc, char** argv, const std::string& message);
 
 // edidsim [options] [SCENARIO...]: plays scenarios and prints the trace.
 int runCommand(int argc, char** argv, const Defaults& defaults);

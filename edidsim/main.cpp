@@ -3,10 +3,8 @@
 // (the default), decodes EDIDs ("decode") or opens the desktop page ("page").
 
 #include "edidsim/commands.h"
-#include "sim/exitstatus.h"
 #include "sim/jsonnode.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -36,13 +34,23 @@ namespace edidsim {
 std::string commandsHelp()
 {
     return "Commands:\n"
-           "  edidsim [--plugin PATH] [--json] [--host-variation NAME] [SCENARIO...]\n"
+           "  edidsim [--plugin PATH] [--json] [--junit FILE] [--require-checks] [--host-variation NAME] "
+           "[SCENARIO...]\n"
            "      play scenarios and trace every message (the default command; options above)\n"
+           "  edidsim --bless [--plugin PATH] [--host-variation NAME] SCENARIO...\n"
+           "      play each scenario and write what came into it as its expectations\n"
+           "  edidsim --format SCENARIO...\n"
+           "      rewrite each scenario file in the canonical form\n"
            "  edidsim --messages-markdown | --version | --help\n"
            "  edidsim decode [--json] [--strict] FILE...\n"
            "      print every mode the EDID decoder reads from each file (edidsim decode --help)\n"
-           "  edidsim page [--plugin PATH] [--json] [--lang LANG] [--screenshots DIR] [SCENARIO]\n"
+           "  edidsim page [--plugin PATH] [--json] [--lang LANG] [--screenshots DIR [--replace]] [SCENARIO]\n"
            "      open the desktop page on the scenario's device, where it is built (edidsim page --help)\n";
+}
+
+std::string commandHint(const std::string& word)
+{
+    return sim::didYouMean(word, {"decode", "page"});
 }
 } // namespace edidsim
 } // namespace edidvm
@@ -56,11 +64,9 @@ int main(int argc, char** argv)
     // "edidsim decod x.edid" would otherwise be read as a scenario file that does not exist.
     std::error_code error;
     if (!subcommand.empty() && subcommand[0] != '-' && !std::filesystem::exists(subcommand, error)) {
-        const std::string hint = edidvm::sim::didYouMean(subcommand, {"decode", "page"});
-        if (!hint.empty()) {
-            std::fprintf(stderr, "edidsim: %s: no such command or scenario file%s\n", subcommand.c_str(), hint.c_str());
-            return edidvm::sim::BadInput;
-        }
+        const std::string hint = commandHint(subcommand);
+        if (!hint.empty())
+            return refuseCommandLine(argc, argv, subcommand + ": no such command or scenario file" + hint);
     }
     const Defaults defaults{ownFile(EDIDVM_DEFAULT_PLUGIN, EDIDVM_INSTALLED_PLUGIN),
                             ownFile(EDIDVM_DEFAULT_SCENARIO, EDIDVM_INSTALLED_SCENARIO),

@@ -8,6 +8,7 @@
 #include "host/host.h"
 #include "host/variation.h"
 #include "sim/exitstatus.h"
+#include "sim/jsonnode.h"
 #include "sim/player.h"
 #include "sim/scenario.h"
 #include "sim/trace.h"
@@ -16,8 +17,10 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -90,6 +93,14 @@ struct Totals
             uncheckedFiles.push_back(file);
     }
     int count(Outcome outcome) const { return counts[static_cast<int>(outcome)]; }
+    // Given but neither played nor refused: the run stopped before them.
+    std::size_t notPlayed() const
+    {
+        std::size_t done = refusedFiles.size();
+        for (const int counted : counts)
+            done += static_cast<std::size_t>(counted);
+        return scenarios > done ? scenarios - done : 0;
+    }
 };
 
 std::string plural(std::size_t count, const char* one, const char* many)
@@ -118,19 +129,23 @@ std::string summaryText(const Totals& totals)
     if (totals.count(Outcome::Demonstration) != 0)
         text += ", " + plural(static_cast<std::size_t>(totals.count(Outcome::Demonstration)), "demonstration",
                               "demonstrations");
+    if (!totals.refusedFiles.empty())
+        text += ", " + std::to_string(totals.refusedFiles.size()) + " refused" + listed(totals.refusedFiles);
+    const std::size_t notPlayed = totals.notPlayed();
+    if (notPlayed != 0)
+        text += ", " + std::to_string(notPlayed) + " not played";
     return text + "; " + plural(static_cast<std::size_t>(tally.steps), "step", "steps") + " (" +
            std::to_string(tally.checkedSteps) + " checked), " +
            plural(static_cast<std::size_t>(tally.messages), "message", "messages") + " and " +
            plural(static_cast<std::size_t>(tally.warnings), "warning", "warnings") + " compared";
 }
 
-// The last line of a run that played, and in JSON, with the exit status,
-// the last record of every run.
-void traceSummary(Trace& trace, const Totals& totals, int status, bool played)
+// The last line of every run that got to its files, also one stopped early;
+// in JSON, with the exit status, the last record of every run.
+void traceSummary(Trace& trace, const Totals& totals, int status)
 {
     if (!trace.json()) {
-        if (played)
-            trace.heading(summaryText(totals), Fields());
+        trace.heading(summaryText(totals), Fields());
         return;
     }
     const Tally& tally = totals.tally;
@@ -205,7 +220,40 @@ bool jsonAsked(int argc, char** argv)
     return false;
 }
 
+// "--jsn" names the option it is close to.
+std::string optionHint(const CLI::App& app, int argc, char** argv)
+{
+    Keys names;
+    for (const CLI::Option* option : app.get_options()) {
+        for (const std::string& name : option->get_lnames())
+            names.push_back("--" + name);
+    }
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = std::string(argv[i]).substr(0, std::string(argv[i]).find('='));
+        if (word == "--")
+            break;
+        if (word.rfind("--", 0) == 0 && std::find(names.begin(), names.end(), word) == names.end()) {
+            const std::string hint = didYouMean(word, names);
+            if (!hint.empty())
+                return hint;
+        }
+    }
+    return {};
+}
+
 } // namespace
+
+int refuseCommandLine(int argc, char** argv, const std::string& message)
+{
+    if (jsonAsked(argc, argv)) {
+        Trace trace(stdout, true, false);
+        traceError(trace, BadInput, message);
+        traceSummary(trace, Totals(), BadInput);
+    } else {
+        std::fprintf(stderr, "edidsim: %s\n", message.c_str());
+    }
+    return BadInput;
+}
 
 int runCommand(int argc, char** argv, const Defaults& defaults)
 {
@@ -230,16 +278,32 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
                  "a scenario that expects nothing (and is no demonstration) fails instead of being unchecked");
     app.add_option("--host-variation", variation,
                    "how the host behaves within the contract; overrides the scenario's \"host\" variation")
-        ->check(CLI::IsMember(variations));
+        ->check(CLI::Validator(
+            [&variations](std::string& name) {
+                if (std::find(variations.begin(), variations.end(), name) != variations.end())
+                    return std::string();
+                return "unknown host variation \"" + name + "\"" + didYouMean(name, variations) + "; expected one of " +
+                       joined(variations);
+            },
+            "NAME", "a host variation"));
     app.add_flag("--messages-markdown", markdown, "print the message reference (docs/messages.md) and exit");
     bool bless = false;
     bool format = false;
+    // Both write the scenario files and nothing else: no trace, no report.
     app.add_flag("--bless", bless,
                  "play each scenario and write what came into its steps that did not meet their expectations "
-                 "(every step when none has any), in the canonical form")
-        ->excludes("--json");
-    app.add_flag("--format", format, "rewrite each scenario file in the canonical form, without playing it")
-        ->excludes("--bless");
+                 "(every step when none has any), in the canonical form; not with --json, --junit, --require-checks")
+        ->excludes("--json")
+        ->excludes("--junit")
+        ->excludes("--require-checks");
+    app.add_flag("--format", format,
+                 "rewrite each scenario file in the canonical form, without playing it; with no other option")
+        ->excludes("--bless")
+        ->excludes("--json")
+        ->excludes("--junit")
+        ->excludes("--require-checks")
+        ->excludes("--plugin")
+        ->excludes("--host-variation");
     app.set_version_flag("--version", std::string("edidsim ") + EDIDVM_VERSION);
     app.footer("Exit status, the worst of all scenarios: 0 every expectation met (or nothing expected), 1 an "
                "expectation not met (or, with --require-checks, nothing expected), 2 a bad scenario or command line "
@@ -248,13 +312,13 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() != 0 && jsonAsked(argc, argv)) {
-            Trace trace(stdout, true, false);
-            traceError(trace, BadInput, error.what());
-            traceSummary(trace, Totals(), BadInput, false);
-            return BadInput;
-        }
-        return app.exit(error) == 0 ? Passed : BadInput;
+        if (error.get_exit_code() == 0)
+            return app.exit(error) == 0 ? Passed : BadInput;
+        const std::string hint = dynamic_cast<const CLI::ExtrasError*>(&error) ? optionHint(app, argc, argv) : "";
+        const int status = refuseCommandLine(argc, argv, error.what() + hint);
+        if (!jsonAsked(argc, argv))
+            std::fprintf(stderr, "Run with --help for more information.\n");
+        return status;
     }
 
     if (markdown) {
@@ -262,20 +326,30 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
         return Passed;
     }
 
-    if ((bless || format) && app.count("scenario") == 0) {
-        std::fprintf(stderr, "edidsim: %s needs the scenario files to rewrite\n", bless ? "--bless" : "--format");
-        return BadInput;
+    if ((bless || format) && app.count("scenario") == 0)
+        return refuseCommandLine(argc, argv,
+                                 std::string(bless ? "--bless" : "--format") + " needs the scenario files to rewrite");
+    // "edidsim --json pgae": a misspelt command, not a scenario file.
+    std::error_code missing;
+    if (app.count("scenario") != 0 && !std::filesystem::exists(files.front(), missing)) {
+        const std::string hint = commandHint(files.front());
+        if (!hint.empty())
+            return refuseCommandLine(argc, argv, files.front() + ": no such command or scenario file" + hint);
     }
     if (format)
         return formatScenarios(files);
+    // dlopen searches the library path for a name without a slash: a file
+    // named so in the current directory is that file.
+    if (plugin.find('/') == std::string::npos && std::filesystem::is_regular_file(plugin, missing))
+        plugin = "./" + plugin;
 
     Trace trace(stdout, json, colourWanted(json));
     Totals totals;
     totals.scenarios = files.size();
     JunitFile report(files);
     if (!junit.empty() && !report.open(junit)) {
-        traceError(trace, BadInput, junit + ": cannot be written");
-        traceSummary(trace, totals, BadInput, false);
+        traceError(trace, BadInput, junit + ": cannot be written: " + std::strerror(errno));
+        traceSummary(trace, totals, BadInput);
         return BadInput;
     }
 
@@ -291,14 +365,18 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
                 if (json)
                     trace.record({{"type", "problem"},
                                   {"file", problem.file},
-                                  {"path", problem.path.empty() ? Fields() : Fields(problem.path)},
+                                  {"path", problem.path ? Fields(*problem.path) : Fields()},
                                   {"message", problem.message}});
             }
+            if (json && error.notShown() != 0)
+                trace.record({{"type", "problemsNotShown"}, {"file", files[i]}, {"count", error.notShown()}});
             if (!json)
                 printProblems(error.what());
             totals.refusedFiles.push_back(files[i]);
+            const std::size_t shown = error.problems().size();
             report.cases[i] = {files[i], JunitCase::Outcome::Error,
-                               "refused: " + plural(error.problems().size(), "problem", "problems"),
+                               "refused: " + plural(shown + error.notShown(), "problem", "problems") +
+                                   (error.notShown() != 0 ? ", " + std::to_string(shown) + " shown" : ""),
                                std::string(error.what()) + "\n"};
         }
     }
@@ -307,7 +385,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
             if (item.outcome == JunitCase::Outcome::Skipped)
                 item.message = "not played: a file was refused";
         }
-        traceSummary(trace, totals, BadInput, false);
+        traceSummary(trace, totals, BadInput);
         return BadInput;
     }
     if (bless)
@@ -327,7 +405,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
                 traceError(trace, PluginNotLoaded, host.error());
                 report.cases[i] = {scenario.file, JunitCase::Outcome::Error, "the plug-in does not load",
                                    host.error() + "\n"};
-                traceSummary(trace, totals, PluginNotLoaded, false);
+                traceSummary(trace, totals, PluginNotLoaded);
                 return PluginNotLoaded;
             }
             Player player(host, scenario, trace);
@@ -335,16 +413,18 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
             tally = player.tally();
         }
         const std::string failures = trace.takeFailureText();
-        const Outcome outcome = tally.failures != 0         ? Outcome::Failed
-                                : checksSomething(scenario) ? Outcome::Passed
-                                : scenario.demonstration    ? Outcome::Demonstration
-                                                            : Outcome::Unchecked;
-        const bool refusedUnchecked = outcome == Outcome::Unchecked && requireChecks;
+        Outcome outcome = tally.failures != 0         ? Outcome::Failed
+                          : checksSomething(scenario) ? Outcome::Passed
+                          : scenario.demonstration    ? Outcome::Demonstration
+                                                      : Outcome::Unchecked;
         std::string why;
         if (outcome == Outcome::Failed)
             why = std::to_string(tally.failures) + " step(s) did not meet their expectations";
-        if (refusedUnchecked)
+        // Checks required: one that checks nothing has failed, in every report alike.
+        if (outcome == Outcome::Unchecked && requireChecks) {
+            outcome = Outcome::Failed;
             why = "nothing is checked: no step has \"expect\" or \"warnings\"";
+        }
         if (json)
             trace.record({{"type", "result"},
                           {"file", scenario.file},
@@ -359,7 +439,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
 
         JunitCase& item = report.cases[i];
         item = {scenario.file, JunitCase::Outcome::Passed, why, failures};
-        if (outcome == Outcome::Failed || refusedUnchecked) {
+        if (outcome == Outcome::Failed) {
             item.outcome = JunitCase::Outcome::Failed;
             status = ExpectationsNotMet;
         } else if (outcome == Outcome::Unchecked || outcome == Outcome::Demonstration) {
@@ -371,7 +451,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     }
     log.reset();
 
-    traceSummary(trace, totals, status, true);
+    traceSummary(trace, totals, status);
     return status;
 }
 

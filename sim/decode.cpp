@@ -161,6 +161,11 @@ void setEveryWord(LCD::ProtoModel::Screen::s_ScreenThumbTiming& timing)
     setEveryWord(timing.stThumbTiming);
 }
 
+void setEveryWord(s_TimigCheckResult& verdict)
+{
+    verdict.frameRates = {1};
+}
+
 Fields boxFields(const Model::s_MessageBoxRequest& box, bool answer)
 {
     if (answer)

@@ -51,6 +51,8 @@ void setEveryWord(LCD::ProtoModel::Interface::s_InterfacePresetTiming& choice);
 void setEveryWord(LCD::ProtoModel::Interface::s_ThumbTimigCheck& check);
 void setEveryWord(LCD::ProtoModel::Interface::s_DetailTimigCheck& check);
 void setEveryWord(LCD::ProtoModel::Screen::s_ScreenThumbTiming& timing);
+// A verdict's list of frame rates holds one, so its elements have a shape.
+void setEveryWord(LCD::ProtoModel::Interface::s_TimigCheckResult& verdict);
 template <typename T>
 void setEveryWord(T&)
 {}

@@ -5,6 +5,7 @@
 #include "sim/reader_p.h"
 
 #include <cstdlib>
+#include <regex>
 #include <string>
 
 namespace edidvm {
@@ -16,7 +17,14 @@ Fields callShape(const std::string& call)
 {
     if (call == "subcardOfSlot")
         return {{"slot", 0}, {"answer", 0}};
-    return {{"subcard", 0}, {"key", 0}, {"deviceParam", 0}, {"answer", Fields::array()}};
+    return {{"subcard", 0}, {"key", 0}, {"deviceParam", 0}, {"answer", Fields::array({0})}};
+}
+
+// "1920x1080@60.00", as timingText prints a timing.
+bool isTimingText(const std::string& text)
+{
+    static const std::regex form(R"(-?[0-9]+x-?[0-9]+@-?[0-9]+\.[0-9]{2})");
+    return std::regex_match(text, form);
 }
 
 // Keys the message's trace never shows can never match: refused, at every
@@ -41,8 +49,25 @@ void fitShape(const JsonNode& node, const Fields& shape, const std::string& name
             for (const JsonNode& item : node.items("a list"))
                 tryReading([&] { fitShape(item, shape.front(), name); });
         }
-    } else if (!shape.is_null() && (node.value().is_object() || node.value().is_array())) {
-        node.expected("a single value (as the trace shows " + name + ")");
+    } else if (!shape.is_null()) {
+        const std::string as = " (as the trace shows " + name + ")";
+        const nlohmann::json& value = node.value();
+        if (value.is_object() || value.is_array())
+            node.expected("a single value" + as);
+        // A value of another type, or a timing in another form, never equals what the trace shows.
+        if (shape.is_number() && !value.is_number())
+            node.expected("a number" + as);
+        if (shape.is_boolean() && !value.is_boolean())
+            node.expected("true or false" + as);
+        if (shape.is_string() && isTimingText(shape.get<std::string>()) &&
+            !(value.is_string() && isTimingText(value.get<std::string>()))) {
+            const std::string timing = "a timing as the trace prints it, WxH@R.RR such as \"1920x1080@60.00\"" + as;
+            if (value.is_string())
+                node.fail("expected " + timing + ", got \"" + value.get<std::string>() + "\"");
+            node.expected(timing);
+        }
+        if (shape.is_string() && !value.is_string())
+            node.expected("a string" + as);
     }
 }
 } // namespace
@@ -52,8 +77,15 @@ Expectation Reader::expectation(const JsonNode& node) const
     Expectation expectation;
     const bool object = node.value().is_object();
     if (object) {
-        if (node.has("number") == node.has("name"))
+        if (node.has("number") == node.has("name")) {
+            // {"nmae": "X"}: the misspelt key is named where it is.
+            for (const auto& item : node.value().items()) {
+                const std::string hint = didYouMean(item.key(), {"number", "name"});
+                if (!node.has("number") && !hint.empty())
+                    node.at(item.key()).fail("unknown key" + hint + "; expected \"number\" or \"name\"");
+            }
             node.fail("expected either \"number\" or \"name\"");
+        }
         for (const auto& item : node.value().items()) {
             if (item.key() != "number" && item.key() != "name")
                 expectation.fields[item.key()] = item.value();

@@ -94,7 +94,7 @@ std::string joined(const Keys& keys)
 
 void JsonNode::report(const std::string& text) const
 {
-    m_problems.push_back({"", oneLine(m_path.empty() ? "/" : m_path), oneLine(text)});
+    m_problems.push_back({"", oneLine(m_path), oneLine(text)});
 }
 
 void JsonNode::fail(const std::string& text) const
@@ -151,11 +151,13 @@ std::int64_t JsonNode::integer(std::int64_t min, std::int64_t max) const
     else if (whole)
         value = m_value.get<std::int64_t>();
     if (!whole || value < min || value > max) {
+        // Too large a number gets the bound it passed.
+        const std::string upTo = whole && value > max ? " up to " + std::to_string(max) : "";
         if (min == 0 && (max == Int32Max || max == Word32Max))
-            expected("a non-negative integer");
+            expected("a non-negative integer" + upTo);
         if (min == 1 && max == Int32Max)
-            expected("a positive integer");
-        expected(min == Int32Min && max == Int32Max
+            expected("a positive integer" + upTo);
+        expected(!whole && min == Int32Min && max == Int32Max
                      ? std::string("an integer")
                      : "an integer from " + std::to_string(min) + " to " + std::to_string(max));
     }
@@ -195,12 +197,17 @@ bool JsonNode::boolean() const
     return m_value.get<bool>();
 }
 
-std::string JsonNode::childPath(const std::string& key) const
+std::string pointerToken(const std::string& key)
 {
     std::string escaped;
     for (char c : key)
         escaped += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
-    return m_path + "/" + escaped;
+    return escaped;
+}
+
+std::string JsonNode::childPath(const std::string& key) const
+{
+    return m_path + "/" + pointerToken(key);
 }
 
 JsonNode JsonNode::child(const std::string& key) const

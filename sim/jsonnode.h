@@ -23,6 +23,9 @@ constexpr std::int64_t Word32Max = std::numeric_limits<std::uint32_t>::max();
 
 using Keys = std::vector<std::string>;
 
+// A key as a token of a JSON pointer: "~" and "/" escaped.
+std::string pointerToken(const std::string& key);
+
 // "a, b, c"
 std::string joined(const Keys& keys);
 

@@ -272,7 +272,8 @@ Fields inUseShape()
 // Not decoded from a payload: the simulator traces the reply it received.
 Fields typeReplyShape()
 {
-    return {{"type", 0}};
+    // A number, or null when no reply of four bytes came: either may be expected.
+    return {{"type", nullptr}};
 }
 
 constexpr Kind C = Kind::Command;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace edidvm {
@@ -10,9 +11,10 @@ namespace sim {
 struct Problem
 {
     std::string file; // as the file was named to the reader
-    // A JSON pointer ("/steps/3/interface", "/" for the whole document);
-    // empty when the problem has no place in it (unreadable, not JSON).
-    std::string path;
+    // A JSON pointer ("/steps/3/interface", "" for the whole document, which
+    // the text shows as "/"); none when the problem has no place in it
+    // (unreadable, not JSON).
+    std::optional<std::string> path;
     std::string message; // one line
 };
 

@@ -23,17 +23,22 @@ namespace sim {
 
 // A refused file: what() is "FILE: /json/path: what was expected" (or the
 // parser's line and column), one line for each problem, which problems()
-// holds apart.
+// holds apart, then "FILE: 9980 more problems not shown" when notShown()
+// is not zero. The problems of one error are all of one file.
 class ScenarioError : public std::runtime_error
 {
 public:
-    explicit ScenarioError(std::vector<Problem> problems);
+    explicit ScenarioError(std::vector<Problem> problems, std::size_t notShown = 0);
     // One problem of the whole file.
-    ScenarioError(const std::string& file, const std::string& message) : ScenarioError({{file, "", message}}) {}
+    ScenarioError(const std::string& file, const std::string& message) : ScenarioError({{file, std::nullopt, message}})
+    {}
     const std::vector<Problem>& problems() const { return m_problems; }
+    // The file's problems beyond those held: counted, not kept.
+    std::size_t notShown() const { return m_notShown; }
 
 private:
     std::vector<Problem> m_problems;
+    std::size_t m_notShown = 0;
 };
 
 // One mode of an interface's EDID, as a step may choose it.
@@ -161,6 +166,9 @@ struct Scenario
 
 // Throws ScenarioError.
 Scenario loadScenario(const std::string& file);
+// A scenario file's bytes; a directory, or a file that cannot be read, is
+// refused saying why. Throws ScenarioError.
+std::string readScenarioText(const std::string& file);
 
 } // namespace sim
 } // namespace edidvm

@@ -7,8 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 
 #include <unistd.h>
@@ -85,13 +83,9 @@ void write(std::string& out, const ordered_json& value, std::size_t indent, std:
 
 ordered_json readScenarioDocument(const std::string& file)
 {
-    std::ifstream in(file, std::ios::binary);
-    if (!in)
-        throw ScenarioError(file, "cannot be read");
-    std::stringstream text;
-    text << in.rdbuf();
+    const std::string text = readScenarioText(file);
     try {
-        return ordered_json::parse(text.str());
+        return ordered_json::parse(text);
     } catch (const ordered_json::exception& error) {
         // As loadScenario words it: without the exception's "[json.exception...] ".
         const std::string what = error.what();
@@ -110,8 +104,13 @@ std::string canonicalScenarioText(const ordered_json& document)
 void replaceScenarioFile(const std::string& file, const std::string& text,
                          const std::function<void(const std::string&)>& check)
 {
-    // A new name in the same folder, so the rename stays on one file system.
-    std::string temporary = file + ".XXXXXX";
+    // A link stays a link: what it names is replaced.
+    std::error_code resolved;
+    const std::string target = std::filesystem::canonical(file, resolved).string();
+    if (resolved)
+        throw ScenarioError(file, "cannot be replaced: " + resolved.message());
+    // A new name in the target's folder, so the rename stays on one file system.
+    std::string temporary = target + ".XXXXXX";
     const int descriptor = mkstemp(temporary.data());
     if (descriptor < 0)
         throw ScenarioError(file, std::string("cannot create a file beside it: ") + std::strerror(errno));
@@ -137,10 +136,10 @@ void replaceScenarioFile(const std::string& file, const std::string& text,
     }
     // The file keeps its permissions, not those of a new private file.
     std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    const std::filesystem::file_status status = std::filesystem::status(target, error);
     if (!error)
         std::filesystem::permissions(temporary, status.permissions(), error);
-    std::filesystem::rename(temporary, file, error);
+    std::filesystem::rename(temporary, target, error);
     if (error)
         fail("cannot be replaced: " + error.message());
 }

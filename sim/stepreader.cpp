@@ -124,7 +124,7 @@ void Reader::readAction(const JsonNode& node, Device& device, Step& step)
         break;
     }
     case Action::Answer:
-        tryReading([&] { step.accept = node.need("accept", "true or false").boolean(); });
+        tryReading([&] { step.accept = node.need("accept", "true or false (or 1 or 0)").boolean(); });
         if (node.has("box"))
             step.box = node.at("box").int32();
         break;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "sim/trace.h"
 
+#include <cstdio>
+
 namespace edidvm {
 namespace sim {
 
@@ -29,6 +31,27 @@ std::string valueText(const Fields& value)
     if (value.is_object())
         return "{" + fieldsText(value) + "}";
     return value.dump();
+}
+
+// A line of the text trace never moves the terminal's cursor or sets its
+// modes: control characters from a scenario or the component are shown as
+// JSON writes them. JSON records carry them as they are.
+std::string printable(const std::string& text)
+{
+    std::string shown;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F) {
+            shown += c;
+        } else if (c == '\n' || c == '\r' || c == '\t') {
+            shown += c == '\n' ? "\\n" : c == '\r' ? "\\r" : "\\t";
+        } else {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
+            shown += escaped;
+        }
+    }
+    return shown;
 }
 
 // The function's own name, from the full signature the library logs.
@@ -68,9 +91,9 @@ void Trace::line(const char* colour, const std::string& text, const Fields& reco
     if (m_json)
         std::fprintf(m_out, "%s\n", record.dump(-1, ' ', false, Fields::error_handler_t::replace).c_str());
     else if (m_colour && colour != nullptr)
-        std::fprintf(m_out, "%s%s%s\n", colour, text.c_str(), Plain);
+        std::fprintf(m_out, "%s%s%s\n", colour, printable(text).c_str(), Plain);
     else
-        std::fprintf(m_out, "%s\n", text.c_str());
+        std::fprintf(m_out, "%s\n", printable(text).c_str());
     std::fflush(m_out);
 }
 

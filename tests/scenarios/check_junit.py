@@ -80,6 +80,11 @@ rows = [
 ]
 if "!! step 1: the warnings differ" not in compared or "   ! came     #1 0xFC020607 DetailTiming" not in compared:
     failures.append(f"the text trace of {failing} lacks its comparison:\n{trace}")
+# A capped problem list counts every problem, the shown and the others.
+folder = tempfile.TemporaryDirectory()
+many = os.path.join(folder.name, "many-faults.json")
+with open(many, "w", encoding="utf-8") as f:
+    f.write('{"device": {"interfaces": []}, "steps": [' + ", ".join(['{"do": "dance"}'] * 21) + "]}")
 for row in rows:
     cases = report(row["name"], row["arguments"], row["status"])
     if counts(cases) != row["counts"]:
@@ -87,6 +92,11 @@ for row in rows:
     for file, wanted in row["cases"].items():
         if cases.get(file) != wanted:
             failures.append(f"{row['name']}: {file}: {cases.get(file)}, expected {wanted}")
+
+capped = report("capped", [many], 2).get(many, (None, None, ""))
+if capped[1] != "refused: 21 problems, 20 shown" or not capped[2].endswith(many + ": 1 more problem not shown\n"):
+    failures.append(f"capped: {capped}")
+folder.cleanup()
 
 for failure in failures:
     print(failure)

@@ -9,7 +9,10 @@
              the same order, each original field with its value, the same
              warnings
   refused    a bless that cannot play a file leaves it untouched: a bad
-             scenario (status 2), a plug-in that does not load (status 3)
+             scenario (status 2), a plug-in that does not load (status 3);
+             --format refuses what the reader refuses, saying why
+  links      a file named by a symbolic link is rewritten where the link
+             points, and the link stays
 
 Usage: check_rewrite.py CHECK --program EDIDSIM [--emulator CMD] --repo DIR
 --scratch DIR [--plugin PATH]
@@ -152,15 +155,55 @@ def check_refused(edidsim, repo, scratch, plugin):
     for path, text in before.items():
         if path.read_bytes() != text:
             fail(f"{path.name} was written by a bless that could not play it")
+    # --format reads as the reader does: no JSON file other than a scenario is rewritten.
+    other = scratch / "other.json"
+    other.write_text('{"a":1}')
+    rows = [
+        {"name": "a directory", "file": scratch, "says": f"{scratch}: is a directory, not a scenario file"},
+        {"name": "no file", "file": scratch / "no-such.json",
+         "says": "no-such.json: cannot be read: No such file or directory"},
+        {"name": "not a scenario", "file": other, "says": "other.json: /device: missing"},
+        {"name": "a bad scenario", "file": bad, "says": "wrong-type.json: /steps/0/interface: expected an integer"},
+    ]
+    for row in rows:
+        out = edidsim.run("--format", row["file"], code=2)
+        if row["says"] not in out:
+            fail(f"--format of {row['name']}: {row['says']!r} not said:\n{out}")
+    if other.read_text() != '{"a":1}':
+        fail("--format rewrote a JSON file that is no scenario")
     leftovers = [p.name for p in scratch.iterdir() if p.suffix != ".json" and p.is_file()]
     if leftovers:
         fail(f"files left beside the scenarios: {leftovers}")
     print("refused blesses left the files untouched")
 
 
+def check_links(edidsim, repo, scratch):
+    copies(repo, scratch)
+    target = scratch / "default.json"
+    document = json.loads(target.read_text())
+    for step in document["steps"]:
+        step.pop("expect", None)
+    link = scratch / "links" / "default.json"
+    link.parent.mkdir()
+    link.symlink_to(target)
+    for option, wanted in [("--format", "reformatted"), ("--bless", "blessed")]:
+        target.write_text(json.dumps(document))
+        out = edidsim.run(option, link)
+        if not link.is_symlink() or link.resolve() != target.resolve():
+            fail(f"{option} replaced the link {link} by a file")
+        if wanted not in out or target.read_text().count("\n") < 3:
+            fail(f"{option} did not rewrite the link's target:\n{out}")
+    if not all("expect" in step for step in json.loads(target.read_text())["steps"]):
+        fail(f"the link's target was not blessed:\n{target.read_text()}")
+    leftovers = [p.name for p in scratch.rglob("*") if ".json." in p.name]
+    if leftovers:
+        fail(f"files left beside the scenarios: {leftovers}")
+    print("a link's target rewritten, the link kept")
+
+
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("check", choices=["canonical", "unchanged", "stripped", "refused"])
+    parser.add_argument("check", choices=["canonical", "unchanged", "stripped", "refused", "links"])
     parser.add_argument("--program", required=True)
     parser.add_argument("--emulator", default="")
     parser.add_argument("--repo", required=True, type=Path)

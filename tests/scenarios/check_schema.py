@@ -12,10 +12,12 @@ from pathlib import Path
 
 import jsonschema
 
-# Refused by the schema: unknown keys, missing keys, wrong types, numbers out
-# of range, unknown step kinds or host variations.
+# Refused by the schema: unknown keys, missing keys, wrong types (expected
+# fields' too), numbers out of range, unknown step kinds or host variations.
 STRUCTURAL = [
     "control-characters.json",
+    "expectation-keys.json",  # its verdicts as an object; its unknown keys are the reader's to find
+    "expectation-types.json",
     "interface-id-string.json",
     "misspelt-names.json",
     "missing-field.json",
@@ -28,11 +30,11 @@ STRUCTURAL = [
     "wrong-type.json",
 ]
 # Refused by the reader only, taken by the schema: interface ids that name no interface, message
-# names and expectation fields of the message table, EDID files and modes.
+# names and which fields each message shows, EDID files and modes.
 SEMANTIC = [
     "bad-edid.json",
+    "duplicate-keys.json",  # a JSON reader keeps one of them
     "edid-interlaced-choice.json",
-    "expectation-keys.json",
     "missing-edid.json",
     "unknown-interface.json",
     "unknown-message.json",
@@ -41,6 +43,7 @@ SEMANTIC = [
 UNPARSABLE = ["syntax-error.json"]
 # Taken by the reader: they test the play, not the reading.
 VALID = [
+    "control-warning.json",
     "demonstration.json",
     "diff-expectation.json",
     "edid-damaged.json",

@@ -10,6 +10,7 @@ import json
 import os
 import subprocess
 import sys
+import tempfile
 
 import jsonschema
 
@@ -65,13 +66,18 @@ data = args.data
 run("refused", [os.path.join(data, "several-faults.json"), os.path.join(data, "syntax-error.json")], 2)
 run("failing", [os.path.join(data, "diff-expectation.json"), os.path.join(data, "unexpected-warning.json")], 1)
 run("unchecked", [os.path.join(data, "unchecked.json"), os.path.join(data, "demonstration.json")], 0)
+with tempfile.TemporaryDirectory() as folder:
+    many = os.path.join(folder, "many-faults.json")
+    with open(many, "w", encoding="utf-8") as f:
+        json.dump({"device": {"interfaces": []}, "steps": [{"do": "dance"}] * 30}, f)
+    run("capped", [many], 2)
 run("no plug-in", ["--plugin", "/nonexistent/liboutputedidviewmodel.so", shipped[0]], 3)
 run("bad option", ["--frobnicate"], 2)
 
 # Every type of record the program writes was met (the page's only by the
 # page command).
 wanted = {"trace", "plugin", "scenario", "step", "message", "warning", "note", "failure", "difference", "result",
-          "problem", "error", "summary"}
+          "problem", "problemsNotShown", "error", "summary"}
 if wanted - seen.keys():
     failures.append(f"record types never written: {sorted(wanted - seen.keys())}")
 
