@@ -10,6 +10,7 @@
 #include "sim/exitstatus.h"
 #include "sim/jsonnode.h"
 #include "sim/player.h"
+#include "sim/runreport.h"
 #include "sim/scenario.h"
 #include "sim/trace.h"
 #include "sim/tracelog.h"
@@ -35,145 +36,6 @@ namespace edidsim {
 namespace {
 
 using namespace sim;
-
-// A refused file's problems, one a line.
-void printProblems(const std::string& problems)
-{
-    std::size_t start = 0;
-    while (start < problems.size()) {
-        const std::size_t end = std::min(problems.find('\n', start), problems.size());
-        std::fprintf(stderr, "edidsim: %s\n", problems.substr(start, end - start).c_str());
-        start = end + 1;
-    }
-}
-
-enum class Outcome { Passed, Failed, Unchecked, Demonstration };
-
-const char* outcomeName(Outcome outcome)
-{
-    switch (outcome) {
-    case Outcome::Passed:
-        return "passed";
-    case Outcome::Failed:
-        return "failed";
-    case Outcome::Unchecked:
-        return "unchecked";
-    case Outcome::Demonstration:
-        return "demonstration";
-    }
-    return "";
-}
-
-bool checksSomething(const Scenario& scenario)
-{
-    return std::any_of(scenario.steps.begin(), scenario.steps.end(),
-                       [](const Step& step) { return step.expect || step.warnings; });
-}
-
-// What a run played and compared, for its last line.
-struct Totals
-{
-    std::size_t scenarios = 0;    // given
-    int counts[4] = {0, 0, 0, 0}; // by Outcome
-    Tally tally;
-    std::vector<std::string> failedFiles;
-    std::vector<std::string> uncheckedFiles;
-    std::vector<std::string> refusedFiles;
-
-    void add(const std::string& file, Outcome outcome, const Tally& played)
-    {
-        ++counts[static_cast<int>(outcome)];
-        tally.steps += played.steps;
-        tally.checkedSteps += played.checkedSteps;
-        tally.messages += played.messages;
-        tally.warnings += played.warnings;
-        if (outcome == Outcome::Failed)
-            failedFiles.push_back(file);
-        if (outcome == Outcome::Unchecked)
-            uncheckedFiles.push_back(file);
-    }
-    int count(Outcome outcome) const { return counts[static_cast<int>(outcome)]; }
-    // Given but neither played nor refused: the run stopped before them.
-    std::size_t notPlayed() const
-    {
-        std::size_t done = refusedFiles.size();
-        for (const int counted : counts)
-            done += static_cast<std::size_t>(counted);
-        return scenarios > done ? scenarios - done : 0;
-    }
-};
-
-std::string plural(std::size_t count, const char* one, const char* many)
-{
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
-std::string listed(const std::vector<std::string>& files)
-{
-    std::string names;
-    for (const std::string& file : files)
-        names += (names.empty() ? "" : ", ") + file;
-    return names.empty() ? "" : " (" + names + ")";
-}
-
-// "3 scenarios: 1 passed, 1 failed (bug.json), 1 unchecked (todo.json); 9
-// steps (6 checked), 14 messages and 1 warning compared"
-std::string summaryText(const Totals& totals)
-{
-    const Tally& tally = totals.tally;
-    std::string text = plural(totals.scenarios, "scenario", "scenarios") + ": " +
-                       std::to_string(totals.count(Outcome::Passed)) + " passed, " +
-                       std::to_string(totals.count(Outcome::Failed)) + " failed" + listed(totals.failedFiles);
-    if (totals.count(Outcome::Unchecked) != 0)
-        text += ", " + std::to_string(totals.count(Outcome::Unchecked)) + " unchecked" + listed(totals.uncheckedFiles);
-    if (totals.count(Outcome::Demonstration) != 0)
-        text += ", " + plural(static_cast<std::size_t>(totals.count(Outcome::Demonstration)), "demonstration",
-                              "demonstrations");
-    if (!totals.refusedFiles.empty())
-        text += ", " + std::to_string(totals.refusedFiles.size()) + " refused" + listed(totals.refusedFiles);
-    const std::size_t notPlayed = totals.notPlayed();
-    if (notPlayed != 0)
-        text += ", " + std::to_string(notPlayed) + " not played";
-    return text + "; " + plural(static_cast<std::size_t>(tally.steps), "step", "steps") + " (" +
-           std::to_string(tally.checkedSteps) + " checked), " +
-           plural(static_cast<std::size_t>(tally.messages), "message", "messages") + " and " +
-           plural(static_cast<std::size_t>(tally.warnings), "warning", "warnings") + " compared";
-}
-
-// The last line of every run that got to its files, also one stopped early;
-// in JSON, with the exit status, the last record of every run.
-void traceSummary(Trace& trace, const Totals& totals, int status)
-{
-    if (!trace.json()) {
-        trace.heading(summaryText(totals), Fields());
-        return;
-    }
-    const Tally& tally = totals.tally;
-    trace.record({{"type", "summary"},
-                  {"status", status},
-                  {"scenarios", totals.scenarios},
-                  {"passed", totals.count(Outcome::Passed)},
-                  {"failed", totals.count(Outcome::Failed)},
-                  {"unchecked", totals.count(Outcome::Unchecked)},
-                  {"demonstrations", totals.count(Outcome::Demonstration)},
-                  {"refused", totals.refusedFiles.size()},
-                  {"steps", tally.steps},
-                  {"checkedSteps", tally.checkedSteps},
-                  {"messages", tally.messages},
-                  {"warnings", tally.warnings},
-                  {"failedFiles", totals.failedFiles},
-                  {"uncheckedFiles", totals.uncheckedFiles},
-                  {"refusedFiles", totals.refusedFiles}});
-}
-
-// What stops a run: on standard error, or in JSON a record.
-void traceError(Trace& trace, int status, const std::string& message)
-{
-    if (trace.json())
-        trace.record({{"type", "error"}, {"status", status}, {"message", message}});
-    else
-        std::fprintf(stderr, "edidsim: %s\n", message.c_str());
-}
 
 // The report is written however the run ends.
 class JunitFile
@@ -206,19 +68,6 @@ public:
 private:
     std::FILE* m_file = nullptr;
 };
-
-// A bad command line is reported as JSON when --json is asked for, though
-// the options could not be read.
-bool jsonAsked(int argc, char** argv)
-{
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--") == 0)
-            break;
-        if (std::strcmp(argv[i], "--json") == 0)
-            return true;
-    }
-    return false;
-}
 
 // "--jsn" names the option it is close to.
 std::string optionHint(const CLI::App& app, int argc, char** argv)
@@ -361,17 +210,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
             if (!variation.empty())
                 scenarios.back().host.variation = variation;
         } catch (const ScenarioError& error) {
-            for (const Problem& problem : error.problems()) {
-                if (json)
-                    trace.record({{"type", "problem"},
-                                  {"file", problem.file},
-                                  {"path", problem.path ? Fields(*problem.path) : Fields()},
-                                  {"message", problem.message}});
-            }
-            if (json && error.notShown() != 0)
-                trace.record({{"type", "problemsNotShown"}, {"file", files[i]}, {"count", error.notShown()}});
-            if (!json)
-                printProblems(error.what());
+            traceProblems(trace, error);
             totals.refusedFiles.push_back(files[i]);
             const std::size_t shown = error.problems().size();
             report.cases[i] = {files[i], JunitCase::Outcome::Error,
@@ -413,10 +252,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
             tally = player.tally();
         }
         const std::string failures = trace.takeFailureText();
-        Outcome outcome = tally.failures != 0         ? Outcome::Failed
-                          : checksSomething(scenario) ? Outcome::Passed
-                          : scenario.demonstration    ? Outcome::Demonstration
-                                                      : Outcome::Unchecked;
+        Outcome outcome = outcomeOf(tally, scenario.demonstration);
         std::string why;
         if (outcome == Outcome::Failed)
             why = std::to_string(tally.failures) + " step(s) did not meet their expectations";
@@ -425,16 +261,8 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
             outcome = Outcome::Failed;
             why = "nothing is checked: no step has \"expect\" or \"warnings\"";
         }
-        if (json)
-            trace.record({{"type", "result"},
-                          {"file", scenario.file},
-                          {"outcome", outcomeName(outcome)},
-                          {"steps", tally.steps},
-                          {"checkedSteps", tally.checkedSteps},
-                          {"messages", tally.messages},
-                          {"warnings", tally.warnings},
-                          {"failures", tally.failures}});
-        else if (!why.empty())
+        traceResult(trace, scenario.file, outcome, tally);
+        if (!json && !why.empty())
             std::fprintf(stderr, "edidsim: %s: %s\n", scenario.file.c_str(), why.c_str());
 
         JunitCase& item = report.cases[i];

@@ -14,12 +14,12 @@ namespace page {
 
 using namespace LCD::ProtoModel::Interface;
 
-void PageBridge::act(const sim::Step& step, const QString& what)
+void PageBridge::act(const sim::Step& step, const QString& shown, const std::string& traced)
 {
     before(step);
     m_outcomesOf = -1;
-    m_status = what;
-    m_player.act(step, "page: " + what.toStdString());
+    m_status = shown;
+    m_player.act(step, "page: " + traced);
     // The device's host delivers what was queued before the user goes on.
     if (m_failureQueued) {
         sim::Step pump;
@@ -40,12 +40,14 @@ void PageBridge::selectInterface(int id)
     step.name = "current";
     step.number = msg::SetCurrentInterface;
     step.interfaceId = id;
-    act(step, PageText::tr("interface %1 made current").arg(id));
+    const QString shown = PageText::tr("interface %1 made current").arg(id);
+    const std::string traced = "interface " + std::to_string(id) + " made current";
+    act(step, shown, traced);
     sim::Step asked;
     asked.action = sim::Action::InUse;
     asked.name = "inUse";
     asked.number = msg::InUseAsked;
-    act(asked, PageText::tr("interface %1 made current").arg(id));
+    act(asked, shown, traced);
 }
 
 void PageBridge::refresh()
@@ -54,7 +56,7 @@ void PageBridge::refresh()
     step.action = sim::Action::Refresh;
     step.name = "refresh";
     step.number = msg::RefreshTiming;
-    act(step, PageText::tr("refreshed"));
+    act(step, PageText::tr("refreshed"), "refreshed");
 }
 
 void PageBridge::checkTimings()
@@ -74,7 +76,8 @@ void PageBridge::checkTimings()
         check.stThumbTiming.refresh = candidate.value(QStringLiteral("refresh")).toFloat();
         step.thumbChecks.push_back(check);
     }
-    act(step, PageText::tr("%n timing(s) checked", nullptr, static_cast<int>(step.thumbChecks.size())));
+    const int checked = static_cast<int>(step.thumbChecks.size());
+    act(step, PageText::tr("%n timing(s) checked", nullptr, checked), std::to_string(checked) + " timing(s) checked");
 }
 
 void PageBridge::choose(int candidate, bool thumb)
@@ -98,8 +101,11 @@ void PageBridge::choose(int candidate, bool thumb)
     fill(step.thumbChoice.stThumbTiming);
     fill(step.referenceChoice.stTimingDetail);
     const QString text = chosen.value(QStringLiteral("text")).toString();
-    act(step, thumb ? PageText::tr("%1 chosen as the thumb timing").arg(text)
-                    : PageText::tr("%1 chosen as the reference timing").arg(text));
+    const std::string traced = chosen.value(QStringLiteral("traced")).toString().toStdString();
+    act(step,
+        thumb ? PageText::tr("%1 chosen as the thumb timing").arg(text)
+              : PageText::tr("%1 chosen as the reference timing").arg(text),
+        traced + (thumb ? " chosen as the thumb timing" : " chosen as the reference timing"));
 }
 
 void PageBridge::chooseThumb(int candidate)
@@ -122,7 +128,7 @@ void PageBridge::answer(bool accept)
     step.number = msg::BoxAnswer;
     step.accept = accept;
     step.box = m_confirmBox;
-    act(step, accept ? PageText::tr("confirmed") : PageText::tr("declined"));
+    act(step, accept ? PageText::tr("confirmed") : PageText::tr("declined"), accept ? "confirmed" : "declined");
 }
 
 void PageBridge::dismissWarning()

@@ -108,6 +108,22 @@ QString PageBridge::verdictText(const s_TimigCheckResult& verdict)
     return text;
 }
 
+QString PageBridge::differenceText(const sim::Difference& difference)
+{
+    // The sides are the trace's own lines, which stay English.
+    const QString expected = QString::fromStdString(difference.expected);
+    const QString came = QString::fromStdString(difference.came);
+    switch (difference.change) {
+    case sim::Difference::Change::Missing:
+        return PageText::tr("missing %1").arg(expected);
+    case sim::Difference::Change::Unexpected:
+        return PageText::tr("unexpected %1").arg(came);
+    case sim::Difference::Change::Differing:
+        break;
+    }
+    return PageText::tr("expected %1, came %2").arg(expected, came);
+}
+
 QString fieldText(const char* text, std::size_t capacity)
 {
     if (text == nullptr)
@@ -133,7 +149,6 @@ PageBridge::PageBridge(sim::Player& player, const sim::Scenario& scenario, QObje
 {
     m_player.addObserver(
         [this](const host::SentMessage& sent, const void* data) { received(sent.number, data, sent.size); });
-    updateDevice();
 }
 
 QString PageBridge::currentText() const
@@ -325,9 +340,11 @@ void PageBridge::updateDevice()
     if (current == device.interfaces.end())
         return;
     // A refused mode stays in the list, greyed, with the reason.
-    const auto add = [this](const QString& text, std::int32_t width, std::int32_t height, double refresh,
-                            const QString& refused) {
+    // "traced" is the English text the trace names the candidate by.
+    const auto add = [this](const QString& text, const std::string& traced, std::int32_t width, std::int32_t height,
+                            double refresh, const QString& refused) {
         m_candidates.push_back(QVariantMap{{QStringLiteral("text"), text},
+                                           {QStringLiteral("traced"), QString::fromStdString(traced)},
                                            {QStringLiteral("width"), width},
                                            {QStringLiteral("height"), height},
                                            {QStringLiteral("refresh"), refresh},
@@ -335,9 +352,11 @@ void PageBridge::updateDevice()
                                            {QStringLiteral("reason"), refused}});
     };
     const s_ThumbTimingInfo& own = current->stThumbTiming;
-    if (own.width > 0 && own.height > 0)
-        add(PageText::tr("device: %1").arg(timing(own.width, own.height, own.refresh)), own.width, own.height,
-            own.refresh, {});
+    if (own.width > 0 && own.height > 0) {
+        const QString text = timing(own.width, own.height, own.refresh);
+        add(PageText::tr("device: %1").arg(text), "device: " + text.toStdString(), own.width, own.height, own.refresh,
+            {});
+    }
     const auto edid = device.edid.find(m_current);
     if (edid == device.edid.end())
         return;
@@ -345,8 +364,8 @@ void PageBridge::updateDevice()
     std::set<std::tuple<std::int32_t, std::int32_t, double>> listed;
     for (const sim::EdidTiming& mode : edid->second) {
         if (listed.insert({mode.width, mode.height, mode.refresh}).second)
-            add(PageText::tr("EDID: %1").arg(QString::fromStdString(mode.text)), mode.width, mode.height, mode.refresh,
-                QString::fromStdString(mode.refused));
+            add(PageText::tr("EDID: %1").arg(QString::fromStdString(mode.text)), "EDID: " + mode.text, mode.width,
+                mode.height, mode.refresh, QString::fromStdString(mode.refused));
     }
 }
 
@@ -391,10 +410,14 @@ bool PageBridge::playNext()
     } else {
         // The first differences; the trace has them all.
         constexpr std::size_t Shown = 3;
+        const std::size_t count = result.differences.size();
         outcome("failed", PageText::tr("Expectations not met: %n difference(s), the first below.", nullptr,
-                                       static_cast<int>(result.differences.size())));
-        for (std::size_t i = 0; i < std::min(Shown, result.differences.size()); ++i)
-            outcome("difference", QString::fromStdString(result.differences[i]));
+                                       static_cast<int>(count)));
+        for (std::size_t i = 0; i < std::min(Shown, count); ++i)
+            outcome("difference", differenceText(result.differences[i]));
+        if (count > Shown)
+            outcome("difference",
+                    PageText::tr("... and %n more, in the trace.", nullptr, static_cast<int>(count - Shown)));
     }
     after();
     m_fetched = true;

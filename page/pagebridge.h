@@ -44,7 +44,7 @@ class PageBridge : public QObject
     Q_PROPERTY(QString thumbNote READ thumbNote NOTIFY changed)
     Q_PROPERTY(QString detailTiming READ detailTiming NOTIFY changed)
     Q_PROPERTY(QString notice READ notice NOTIFY changed)
-    // {text, enabled, reason}: the device's timing and the EDID's modes
+    // {text, traced, enabled, reason}: the device's timing and the EDID's modes
     Q_PROPERTY(QVariantList candidates READ candidates NOTIFY changed)
     // {text, over}: the verdicts of the last timing check
     Q_PROPERTY(QVariantList verdicts READ verdicts NOTIFY changed)
@@ -125,10 +125,12 @@ signals:
 private:
     static QString interfaceText(const LCD::ProtoModel::Interface::s_InterfaceList& entry);
     static QString verdictText(const LCD::ProtoModel::Interface::s_TimigCheckResult& verdict);
+    static QString differenceText(const sim::Difference& difference);
     // Before a step or action reaches the component: boxes it closes, the
     // interface it makes current.
     void before(const sim::Step& step);
-    void act(const sim::Step& step, const QString& what);
+    // shown on the page, traced in English whatever the page's language
+    void act(const sim::Step& step, const QString& shown, const std::string& traced);
     void updateDevice();
     // After a step or action: what the waiting indicator did during it.
     void after();

@@ -352,17 +352,17 @@ bool Player::check(std::size_t index, const Step& step)
     const std::vector<Warning>& logged = m_lastOutcome.logged;
     if (!m_lastOutcome.checked)
         return true;
-    // What differs, in the words of the trace's difference lines.
+    // What differs, each side as the trace's difference lines show it.
     const auto note = [this](const std::vector<Line>& lines, const std::function<std::string(int)>& expectedText,
                              const std::function<std::string(int)>& cameText) {
         for (const Line& line : lines) {
             if (line.mark == '-')
-                m_lastOutcome.differences.push_back("missing " + expectedText(line.expected));
+                m_lastOutcome.differences.push_back({Difference::Change::Missing, expectedText(line.expected), {}});
             else if (line.mark == '+')
-                m_lastOutcome.differences.push_back("unexpected " + cameText(line.came));
+                m_lastOutcome.differences.push_back({Difference::Change::Unexpected, {}, cameText(line.came)});
             else if (line.mark == '!')
-                m_lastOutcome.differences.push_back("expected " + expectedText(line.expected) + ", came " +
-                                                    cameText(line.came));
+                m_lastOutcome.differences.push_back(
+                    {Difference::Change::Differing, expectedText(line.expected), cameText(line.came)});
         }
     };
 

@@ -18,6 +18,16 @@
 namespace edidvm {
 namespace sim {
 
+// One difference between what a step expected and what came, each side as
+// the trace's line shows it.
+struct Difference
+{
+    enum class Change { Missing, Unexpected, Differing };
+    Change change = Change::Differing;
+    std::string expected; // empty for an unexpected one
+    std::string came;     // empty for a missing one
+};
+
 // What a step put out and logged, as its expectations are compared with.
 struct StepOutcome
 {
@@ -25,8 +35,8 @@ struct StepOutcome
     std::vector<Warning> logged;
     bool checked = false; // the step has expect or warnings
     bool met = true;
-    // What differs, first ones first, in the words of the trace's lines.
-    std::vector<std::string> differences;
+    // What differs, first ones first.
+    std::vector<Difference> differences;
 };
 
 // What a scenario's play compared with its expectations.

@@ -272,5 +272,24 @@
         <source>declined</source>
         <translation>abgelehnt</translation>
     </message>
+    <message>
+        <source>missing %1</source>
+        <translation>fehlt: %1</translation>
+    </message>
+    <message>
+        <source>unexpected %1</source>
+        <translation>unerwartet: %1</translation>
+    </message>
+    <message>
+        <source>expected %1, came %2</source>
+        <translation>erwartet: %1, gekommen: %2</translation>
+    </message>
+    <message numerus="yes">
+        <source>... and %n more, in the trace.</source>
+        <translation>
+            <numerusform>... und %n weitere, im Trace.</numerusform>
+            <numerusform>... und %n weitere, im Trace.</numerusform>
+        </translation>
+    </message>
 </context>
 </TS>

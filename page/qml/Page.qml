@@ -54,11 +54,48 @@ ApplicationWindow {
         }
     }
 
-    footer: Label {
-        objectName: "status"
-        text: bridge.status
-        padding: 8
-        background: Rectangle { color: "#e5e7eb" }
+    // Positioners, not layouts: a wrapped line would make the window's
+    // layout of header, content and footer rearrange without end.
+    footer: Column {
+        spacing: 12
+        // What the last step did, in words: a picture is taken after the
+        // step, when boxes and the waiting indicator may be gone again. Below
+        // the content, which the boxes dim and cover, so it stays readable
+        // while one is up.
+        GroupBox {
+            objectName: "outcomeBox"
+            title: bridge.outcomesOf >= 0 ? qsTr("What step %1 did").arg(bridge.outcomesOf) : qsTr("What the last action did")
+            x: 12
+            width: parent.width - 24
+            visible: outcomeList.count > 0
+            Column {
+                width: parent.width
+                spacing: 2
+                Repeater {
+                    id: outcomeList
+                    objectName: "outcomeList"
+                    model: bridge.outcomes
+                    delegate: Label {
+                        width: parent.width
+                        wrapMode: Text.Wrap
+                        leftPadding: modelData.kind === "difference" ? 24 : 0
+                        text: modelData.text
+                        color: modelData.kind === "passed" || modelData.kind === "done" ? "#15803d"
+                               : modelData.kind === "failed" || modelData.kind === "failure" ? "#b91c1c"
+                               : modelData.kind === "difference" ? "#7f1d1d"
+                               : modelData.kind === "waiting" ? "#1d4ed8" : "#374151"
+                        font.bold: modelData.kind === "failed" || modelData.kind === "failure"
+                    }
+                }
+            }
+        }
+        Label {
+            objectName: "status"
+            text: bridge.status
+            width: parent.width
+            padding: 8
+            background: Rectangle { color: "#e5e7eb" }
+        }
     }
 
     RowLayout {
@@ -142,35 +179,6 @@ ApplicationWindow {
                 }
             }
 
-            // What the last step did, in words: a picture is taken after the
-            // step, when boxes and the waiting indicator may be gone again.
-            GroupBox {
-                objectName: "outcomeBox"
-                title: bridge.outcomesOf >= 0 ? qsTr("What step %1 did").arg(bridge.outcomesOf) : qsTr("What the last action did")
-                Layout.fillWidth: true
-                visible: outcomeList.count > 0
-                ColumnLayout {
-                    anchors.fill: parent
-                    spacing: 2
-                    Repeater {
-                        id: outcomeList
-                        objectName: "outcomeList"
-                        model: bridge.outcomes
-                        delegate: Label {
-                            Layout.fillWidth: true
-                            wrapMode: Text.Wrap
-                            leftPadding: modelData.kind === "difference" ? 24 : 0
-                            text: modelData.text
-                            color: modelData.kind === "passed" || modelData.kind === "done" ? "#15803d"
-                                   : modelData.kind === "failed" || modelData.kind === "failure" ? "#b91c1c"
-                                   : modelData.kind === "difference" ? "#7f1d1d"
-                                   : modelData.kind === "waiting" ? "#1d4ed8" : "#374151"
-                            font.bold: modelData.kind === "failed" || modelData.kind === "failure"
-                        }
-                    }
-                }
-            }
-
             RowLayout {
                 Layout.fillWidth: true
                 Layout.fillHeight: true
@@ -194,12 +202,14 @@ ApplicationWindow {
                                 policy: candidateList.contentHeight > candidateList.height ? ScrollBar.AlwaysOn
                                                                                            : ScrollBar.AlwaysOff
                             }
+                            // The label wraps: a mode's source ends it.
                             delegate: RowLayout {
                                 width: candidateList.width - 12
                                 Label {
+                                    objectName: "candidateLabel"
                                     text: modelData.text + (modelData.enabled ? "" : " - " + modelData.reason)
                                     color: modelData.enabled ? "#111827" : "#9ca3af"
-                                    elide: Text.ElideRight
+                                    wrapMode: Text.Wrap
                                     Layout.fillWidth: true
                                 }
                                 Button {
@@ -229,6 +239,7 @@ ApplicationWindow {
                 }
 
                 GroupBox {
+                    id: verdictBox
                     objectName: "verdictBox"
                     // Verdicts say which interface's check they answer: the
                     // user may have made another one current since.
@@ -237,6 +248,14 @@ ApplicationWindow {
                            : qsTr("Reference check on interface %1").arg(bridge.verdictsInterface)
                     Layout.preferredWidth: 320
                     Layout.fillHeight: true
+                    // Wraps where the style's title would cut a long id.
+                    label: Label {
+                        objectName: "verdictTitle"
+                        x: verdictBox.leftPadding
+                        width: verdictBox.availableWidth
+                        text: verdictBox.title
+                        wrapMode: Text.Wrap
+                    }
                     ListView {
                         id: verdictList
                         objectName: "verdictList"
@@ -280,6 +299,7 @@ ApplicationWindow {
 
     // The boxes the component raises, over the page and modal.
     Rectangle {
+        objectName: "shade"
         anchors.fill: parent
         color: "#80000000"
         visible: confirmBox.visible || warningBox.visible || waitingIndicator.visible

@@ -12,6 +12,7 @@
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QRegularExpression>
 #include <QTranslator>
 #include <QVariant>
 
@@ -152,7 +153,9 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
             const page::PageBridge& bridge = session.bridge();
             window->show();
             QCoreApplication::processEvents();
-            // Nothing read from the device yet, though it has interfaces.
+            // Nothing read from the device yet, though it has interfaces: the page says so.
+            EXPECT_EQ(item(window, "interfaceList", "count").toInt(), 0);
+            EXPECT_TRUE(item(window, "noInterfaces", "visible").toBool());
             EXPECT_TRUE(item(window, "noInterfaces", "text").toString().startsWith(QStringLiteral("Nothing")));
             for (std::size_t step = 0; step < scenario.steps.size(); ++step) {
                 SCOPED_TRACE(scenario.steps[step].name + " " + std::to_string(step));
@@ -192,6 +195,10 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
                 EXPECT_EQ(hasOutcome(bridge, QStringLiteral("passed")), expects && !fails);
                 EXPECT_EQ(hasOutcome(bridge, QStringLiteral("failed")), fails);
                 EXPECT_EQ(hasOutcome(bridge, QStringLiteral("difference"), QStringLiteral("0xFC")), fails);
+                // Three differences shown, the rest counted.
+                const int more = static_cast<int>(session.player().lastOutcome().differences.size()) - 3;
+                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("difference"), QStringLiteral("and %1 more").arg(more)),
+                          more > 0);
                 EXPECT_EQ(hasOutcome(bridge, QStringLiteral("info"), QStringLiteral("bandwidth box was closed")),
                           boxLeft);
                 EXPECT_EQ(hasOutcome(bridge, QStringLiteral("waiting"), QStringLiteral("shown and hidden")),
@@ -216,9 +223,20 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
                     shows("notice", bridge.notice().isEmpty() ? QStringLiteral("-") : QStringLiteral("word 0: ")));
                 const QList<QQuickItem*> labels = items(window->contentItem(), QStringLiteral("interfaceLabel"));
                 EXPECT_EQ(labels.size(), bridge.interfaces().size());
-                for (QQuickItem* label : labels) {
-                    EXPECT_TRUE(label->property("text").toString().startsWith(QStringLiteral("Interface ")));
-                    EXPECT_FALSE(label->property("truncated").toBool());
+                for (QQuickItem* label : labels + items(window->contentItem(), QStringLiteral("candidateLabel"))) {
+                    EXPECT_TRUE(label->property("text").toString().contains(
+                        QRegularExpression(QStringLiteral("^(Interface \\d+: |device: |EDID: )"))));
+                    EXPECT_FALSE(label->property("truncated").toBool())
+                        << label->property("text").toString().toStdString();
+                }
+                // The step's outcome stays in sight whatever box is up.
+                const auto* outcomes = window->findChild<QQuickItem*>(QStringLiteral("outcomeBox"));
+                for (const char* modal : {"shade", "confirmBox", "warningBox", "waitingIndicator"}) {
+                    const auto* box = window->findChild<QQuickItem*>(QString::fromLatin1(modal));
+                    EXPECT_FALSE(box->isVisible() && outcomes->isVisible() &&
+                                 box->mapRectToScene(box->boundingRect())
+                                     .intersects(outcomes->mapRectToScene(outcomes->boundingRect())))
+                        << modal;
                 }
                 const auto* candidates = window->findChild<QQuickItem*>(QStringLiteral("candidateList"));
                 EXPECT_EQ(item(window, "candidateScroll", "policy").toInt() == Qt::ScrollBarAlwaysOn,
@@ -249,7 +267,9 @@ TEST(Page, GermanShowsTheLibrarysAndThePagesOwnTexts)
     ASSERT_TRUE(own.load(QStringLiteral("edidsim_de"), QStringLiteral(EDIDVM_TRANSLATIONS_DIR)));
     QCoreApplication::installTranslator(&library);
     QCoreApplication::installTranslator(&own);
-    const sim::Scenario scenario = sim::loadScenario(EDIDVM_SCENARIO_DIR "/two-screens-confirmed.json");
+    sim::Scenario scenario = sim::loadScenario(EDIDVM_SCENARIO_DIR "/two-screens-confirmed.json");
+    // The write refused: the last step misses its expectations.
+    scenario.device.thumbCommitAnswer = 1;
     std::FILE* out = std::tmpfile();
     sim::Trace trace(out, false, false);
     {
@@ -266,10 +286,18 @@ TEST(Page, GermanShowsTheLibrarysAndThePagesOwnTexts)
         // The library's waiting text inside the page's own sentence.
         EXPECT_TRUE(
             hasOutcome(session.bridge(), QStringLiteral("waiting"), QStringLiteral("Warteanzeige („Wird geladen")));
+        // The page's words around the trace's lines.
+        EXPECT_TRUE(hasOutcome(session.bridge(), QStringLiteral("difference"),
+                               QStringLiteral("fehlt: 0xFC020611 CommittedThumb")));
+        EXPECT_TRUE(hasOutcome(session.bridge(), QStringLiteral("difference"), QStringLiteral("weitere, im Trace")));
+        session.bridge().selectInterface(5);
+        EXPECT_EQ(session.bridge().status(), QStringLiteral("Schnittstelle 5 zur aktuellen gemacht"));
         session.close();
     }
     QCoreApplication::removeTranslator(&own);
     QCoreApplication::removeTranslator(&library);
+    // The trace stays English whatever the page's language.
+    EXPECT_NE(traceOf(out).find("page: interface 5 made current"), std::string::npos);
     std::fclose(out);
 }
 
@@ -309,12 +337,12 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
     EXPECT_TRUE(item(window, "noInterfaces", "visible").toBool());
     EXPECT_EQ(item(window, "currentInterface", "text").toString(), QStringLiteral("no interface chosen"));
 
-    bridge.selectInterface(99);
+    bridge.selectInterface(2147483647);
     bridge.checkTimings();
     bridge.chooseThumb(0);
     bridge.answer(true);
     QCoreApplication::processEvents();
-    EXPECT_EQ(bridge.currentText(), QStringLiteral("interface 99 is not on the device"));
+    EXPECT_EQ(bridge.currentText(), QStringLiteral("interface 2147483647 is not on the device"));
     EXPECT_TRUE(item(window, "noCandidates", "visible").toBool());
     EXPECT_FALSE(item(window, "confirmBox", "visible").toBool());
 
@@ -324,6 +352,10 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
     QCoreApplication::processEvents();
     EXPECT_EQ(bridge.verdictsOf(), QStringLiteral("thumb"));
     EXPECT_TRUE(item(window, "noVerdicts", "visible").toBool());
+    const QList<QQuickItem*> title = items(window->contentItem(), QStringLiteral("verdictTitle"));
+    ASSERT_EQ(title.size(), 1);
+    EXPECT_TRUE(title.front()->property("text").toString().endsWith(QStringLiteral(" 2147483647")));
+    EXPECT_FALSE(title.front()->property("truncated").toBool());
     Model::s_MessageBoxRequest box;
     box.boxId = 35;
     bridge.received(msg::Confirmation, &box, sizeof box - 1);

@@ -1,7 +1,9 @@
 # SPDX-License-Identifier: MIT
-# edidsim page --screenshots: a directory holding step pictures of another
-# run is refused (exit 2, naming it and --replace); with --replace those go
-# first, and the run exits 0 with one PNG per step of the scenario.
+# edidsim page --screenshots: a directory holding pictures of another run is
+# refused (exit 2, naming it and --replace); --replace removes the step
+# pictures of an earlier run but never other pictures, which keep the
+# directory refused. Then the run exits 0 with one PNG per step of the
+# scenario and nothing on standard error.
 # -DEDIDSIM= -DSCENARIO= -DDIR=
 file(READ ${SCENARIO} json)
 string(JSON steps LENGTH "${json}" steps)
@@ -9,6 +11,13 @@ file(REMOVE_RECURSE ${DIR})
 file(MAKE_DIRECTORY ${DIR})
 # Numbered past any scenario's steps: only --replace removes it.
 file(WRITE ${DIR}/step-99-old.png "not this run's")
+file(WRITE ${DIR}/photo.png "not a step picture")
+execute_process(COMMAND ${EDIDSIM} page --screenshots ${DIR} --replace ${SCENARIO}
+  RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT status EQUAL 2 OR NOT err MATCHES "${DIR} holds 1 picture \\(photo.png\\)" OR NOT EXISTS ${DIR}/photo.png)
+  message(FATAL_ERROR "a directory with another picture: edidsim page --replace exited ${status}\n${err}")
+endif()
+file(REMOVE ${DIR}/photo.png)
 execute_process(COMMAND ${EDIDSIM} page --screenshots ${DIR} ${SCENARIO}
   RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(NOT status EQUAL 2 OR NOT err MATCHES "${DIR}.*--replace")
@@ -16,8 +25,8 @@ if(NOT status EQUAL 2 OR NOT err MATCHES "${DIR}.*--replace")
 endif()
 execute_process(COMMAND ${EDIDSIM} page --screenshots ${DIR} --replace ${SCENARIO}
   RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
-if(NOT status EQUAL 0)
-  message(FATAL_ERROR "edidsim page exited ${status}\n${out}\n${err}")
+if(NOT status EQUAL 0 OR NOT err STREQUAL "")
+  message(FATAL_ERROR "edidsim page exited ${status}\n${out}\n--- stderr\n${err}")
 endif()
 file(GLOB pictures ${DIR}/step-*.png)
 list(LENGTH pictures count)

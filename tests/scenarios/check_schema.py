@@ -49,6 +49,7 @@ VALID = [
     "edid-damaged.json",
     "edid-interlaced-preferred.json",
     "flags-as-numbers.json",
+    "two-unmet.json",
     "unchecked.json",
     "unexpected-warning.json",
     "unmet-expectation.json",

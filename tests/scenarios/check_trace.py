@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: MIT
 """Every record of edidsim's JSON traces against docs/trace.schema.json: the
-shipped scenarios', a refused, a failing and an unchecked one's, and those of
-a plug-in that does not load and a bad command line; and the schema refuses
-records that are wrong, so it cannot pass everything."""
+shipped scenarios', a refused, a failing and an unchecked one's, those of a
+plug-in that does not load and a bad command line, and the page's where
+EDIDSIM_PAGE_PICTURES names a directory for its pictures; and the schema
+refuses records that are wrong, so it cannot pass everything."""
 
 import argparse
 import glob
@@ -31,7 +32,9 @@ seen = {}  # record type: one record of it
 
 
 def run(name, arguments, status):
-    done = subprocess.run(program + ["--json"] + arguments, capture_output=True, text=True, check=False)
+    # A command's options follow its name.
+    command = arguments[:1] + ["--json"] + arguments[1:] if arguments[:1] == ["page"] else ["--json"] + arguments
+    done = subprocess.run(program + command, capture_output=True, text=True, check=False)
     if done.returncode != status:
         failures.append(f"{name}: exit status {done.returncode}, expected {status}\n{done.stderr}")
     if done.stderr:
@@ -73,6 +76,11 @@ with tempfile.TemporaryDirectory() as folder:
     run("capped", [many], 2)
 run("no plug-in", ["--plugin", "/nonexistent/liboutputedidviewmodel.so", shipped[0]], 3)
 run("bad option", ["--frobnicate"], 2)
+# The page's run, where it is built, ends as the run command's.
+pictures = os.environ.get("EDIDSIM_PAGE_PICTURES")
+if pictures:
+    run("page failing", ["page", "--replace", "--screenshots", pictures, os.path.join(data, "two-unmet.json")], 1)
+    run("page refused", ["page", os.path.join(data, "several-faults.json")], 2)
 
 # Every type of record the program writes was met (the page's only by the
 # page command).
