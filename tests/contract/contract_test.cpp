@@ -42,10 +42,9 @@ constexpr int EventKind = int(0xF0000002u);
 // How a message crosses: a command, an event delivered at once, or an event
 // queued for later delivery.
 enum class Kind { Command, Event, Queued };
-const char* const kindNames[] = {"command", "event", "queued"};
-const char* kindName(Kind kind)
+std::string kindName(Kind kind)
 {
-    return kindNames[int(kind)];
+    return kind == Kind::Command ? "command" : kind == Kind::Event ? "event" : "queued";
 }
 
 std::string hex(std::uint32_t number)
@@ -144,6 +143,15 @@ void put(R& record, std::size_t offset, const T& value)
 {
     ASSERT_LE(offset + sizeof value, sizeof record);
     std::memcpy(reinterpret_cast<unsigned char*>(&record) + offset, &value, sizeof value);
+}
+// A record with 32-bit words written at their offsets.
+template <typename R>
+R with(std::initializer_list<std::pair<std::size_t, std::int32_t>> words)
+{
+    R record;
+    for (auto [offset, value] : words)
+        put(record, offset, value);
+    return record;
 }
 template <typename T>
 T get(const unsigned char* data, std::size_t size, std::size_t offset)
@@ -266,16 +274,14 @@ std::vector<T>& listAt(Envelope& envelope, std::size_t offset)
 
 InterfaceRecord interfaceRecord(std::int32_t id, std::int32_t type)
 {
-    InterfaceRecord r;
-    for (auto [offset, value] : std::initializer_list<std::pair<std::size_t, std::int32_t>>{{0, id},
-                                                                                            {12, 1},
-                                                                                            {16, id - 5},
-                                                                                            {28, type},
-                                                                                            {368, 920 + id},
-                                                                                            {548, 10 + id},
-                                                                                            {556, 20 + id},
-                                                                                            {632, 1580 + id}})
-        put(r, offset, value);
+    auto r = with<InterfaceRecord>({{0, id},
+                                    {12, 1},
+                                    {16, id - 5},
+                                    {28, type},
+                                    {368, 920 + id},
+                                    {548, 10 + id},
+                                    {556, 20 + id},
+                                    {632, 1580 + id}});
     put(r, 200, timing<28>(id, 60.0f, 1900 + id, 1000 + id));
     put(r, 256, timing<56>(id + 10, 60.0f, 1900 + id, 1000 + id));
     return r;
@@ -742,18 +748,11 @@ void PrintTo(const Flow& flow, std::ostream* os)
 // tied to itself.
 void tieSevenToAScreen()
 {
-    SubcardRecord subcard;
-    put(subcard, 0, std::int32_t(1));
-    Connector connector;
-    put(connector, 0, std::int32_t(2));
-    put(connector, 12, std::int32_t(42));
-    subcard.connectors = {connector};
-    answers.subcards = {subcard};
+    answers.subcards = {with<SubcardRecord>({{0, 1}})};
+    answers.subcards[0].connectors = {with<Connector>({{0, 2}, {12, 42}})};
     answers.tiedConnectors = {2};
-    answers.screens.resize(1);
-    put(answers.screens[0], 0, 5u);
-    answers.screens[0].outputs.resize(1);
-    put(answers.screens[0].outputs[0], 0, std::int32_t(7));
+    answers.screens = {with<ScreenRecord>({{0, 5}})};
+    answers.screens[0].outputs = {with<OutputRecord>({{0, 7}})};
 }
 
 // A choice of seven's own resolution affects no screen; 1280x720 does.
@@ -765,8 +764,7 @@ const auto sameReference = choice(0, timing<56>(0, 30.0f, 1907, 1007));
 // the thumb ones at 24, the detail ones at 48.
 void requestChecks(const char* name, std::vector<Raw<44>> thumbs, std::vector<Raw<72>> details)
 {
-    answers.verdicts = {Verdict{}};
-    put(answers.verdicts[0], 0, std::int32_t(7));
+    answers.verdicts = {with<Verdict>({{0, 7}})};
     Envelope request;
     listAt<Raw<44>>(request, 24).swap(thumbs);
     listAt<Raw<72>>(request, 48).swap(details);
@@ -777,8 +775,7 @@ void requestChecks(const char* name, std::vector<Raw<44>> thumbs, std::vector<Ra
 
 void answerBox(std::int32_t boxId, std::uint8_t result)
 {
-    Box answer;
-    put(answer, 0, boxId);
+    Box answer = with<Box>({{0, boxId}});
     put(answer, 280, result);
     deliver("BoxAnswer", raw(answer));
 }
@@ -847,9 +844,7 @@ const std::vector<Flow> flows = {
      }},
     {"OverBandwidthIsRefusedWithABox", Impact + "InterfaceDetail PreCheck ThumbCheck MessageBox",
      [] {
-         answers.verdicts = {Verdict{}};
-         put(answers.verdicts[0], 0, std::int32_t(7));
-         put(answers.verdicts[0], 80, std::int32_t(1));
+         answers.verdicts = {with<Verdict>({{0, 7}, {80, 1}})};
          deliver("ThumbChoice", raw(sameResolution));
          EXPECT_EQ(get<std::int32_t>(lastSent("MessageBox"), 0), 14);
      }},
@@ -865,8 +860,7 @@ const std::vector<Flow> flows = {
     {"ARefusedAssessmentIsQueuedAndRefreshes", Impact + "Assess AssessFailed " + Refreshed,
      [] {
          tieSevenToAScreen();
-         answers.assessments = {Assessment{}};
-         put(answers.assessments[0], 4, std::int32_t(7));
+         answers.assessments = {with<Assessment>({{4, 7}})};
          deliver("ThumbChoice", raw(newResolution));
          EXPECT_EQ(get<std::int32_t>(lastSent("AssessFailed"), 0), 7);
      }},
@@ -877,10 +871,8 @@ const std::vector<Flow> flows = {
          deliver("ReferenceChoice", raw(sameReference));
          EXPECT_EQ(get<std::int32_t>(lastSent("WritingReference"), 0), 1);
          deliver("PublishReference");
-         Raw<28> published;
+         auto published = with<Raw<28>>({{8, 1907}, {12, 1007}});
          put(published, 4, 30.0f);
-         put(published, 8, std::int32_t(1907));
-         put(published, 12, std::int32_t(1007));
          EXPECT_EQ(lastSent("CommittedThumb"), raw(published));
      }},
 };
