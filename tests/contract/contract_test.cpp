@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// A host that knows the binary contract only from the declarations below: no
-// project header is included. Interfaces are C-style objects whose first word
-// points at a table of function pointers in slot order; records are byte
-// offsets. A changed slot order or layout makes this host fail.
+// A host that knows the binary contract only from what this file declares:
+// no project header is included. Interfaces are objects whose first word
+// points at slot 0 of a table of function pointers; records are bytes at
+// offsets given here, with real texts and lists where the contract puts
+// them. A changed slot order or layout makes this host fail.
 //
 // Every message number is written here again, from the message reference
 // and not from the library's sources, so that a number mistyped there cannot
@@ -29,7 +30,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-#include <typeinfo>
 #include <vector>
 
 namespace {
@@ -42,8 +42,7 @@ constexpr int EventKind = int(0xF0000002u);
 // How a message crosses: a command, an event delivered at once, or an event
 // queued for later delivery.
 enum class Kind { Command, Event, Queued };
-
-const char* kindName(Kind kind)
+std::string kindName(Kind kind)
 {
     return kind == Kind::Command ? "command" : kind == Kind::Event ? "event" : "queued";
 }
@@ -116,7 +115,6 @@ const Row reference[] = {
     {"HideWaiting", 0xFC0C0C10u, Out, Kind::Event, 0},
     {"MessageBox", 0xFC0C0C12u, Out, Kind::Event, 556},
 };
-
 const Row& row(const std::string& name)
 {
     for (const Row& r : reference)
@@ -134,50 +132,199 @@ const Row* sentRow(std::uint32_t number)
     return nullptr;
 }
 
-// Unnamed slots: the library must never call them.
-using Slot = void (*)();
-#define UNNAMED +[] { std::abort(); }
-
-// As the platform lays out a virtual table: offset to top and the class's
-// identity precede slot 0. A library built with UBSan's type checks reads the
-// identity and must find the interface the contract names.
-template <typename Slots>
-struct VirtualTable
+// Records: bytes, and a value written or read at an offset of them.
+template <std::size_t N, std::size_t Align = 4>
+struct alignas(Align) Raw
 {
-    std::ptrdiff_t offsetToTop;
-    const std::type_info* identity;
-    Slots slots;
+    unsigned char bytes[N] = {};
 };
-#define VTABLE_NAMED(Slots, name, mangledName, ...)                                                                    \
-    const abi::__class_type_info name##Identity(mangledName);                                                          \
-    const VirtualTable<Slots> name = {0, &name##Identity, {__VA_ARGS__}}
-#define VTABLE(Slots, name, mangled, ...) VTABLE_NAMED(Slots, name, "N3kpf" mangled "E", __VA_ARGS__)
-
-Bytes raw(const void* data, std::size_t size)
+template <typename R, typename T>
+void put(R& record, std::size_t offset, const T& value)
 {
-    const auto* begin = static_cast<const unsigned char*>(data);
-    return data != nullptr ? Bytes(begin, begin + size) : Bytes();
+    ASSERT_LE(offset + sizeof value, sizeof record);
+    std::memcpy(reinterpret_cast<unsigned char*>(&record) + offset, &value, sizeof value);
 }
-
-template <typename T>
-Bytes bytes(const T& record)
+// A record with 32-bit words written at their offsets.
+template <typename R>
+R with(std::initializer_list<std::pair<std::size_t, std::int32_t>> words)
 {
-    return raw(&record, sizeof record);
-}
-
-template <typename T>
-T recordOf(const Bytes& bytes)
-{
-    T record{};
-    if (bytes.size() == sizeof record)
-        std::memcpy(&record, bytes.data(), sizeof record);
-    else
-        ADD_FAILURE() << "a payload of " << bytes.size() << " bytes read as a record of " << sizeof record;
+    R record;
+    for (auto [offset, value] : words)
+        put(record, offset, value);
     return record;
 }
+template <typename T>
+T get(const unsigned char* data, std::size_t size, std::size_t offset)
+{
+    T value{};
+    if (offset + sizeof value <= size)
+        std::memcpy(&value, data + offset, sizeof value);
+    else
+        ADD_FAILURE() << "reading " << sizeof value << " bytes at " << offset << " of " << size;
+    return value;
+}
+template <typename T>
+T get(const Bytes& payload, std::size_t offset)
+{
+    return get<T>(payload.data(), payload.size(), offset);
+}
+template <typename T, typename R>
+T get(const R& record, std::size_t offset)
+{
+    return get<T>(reinterpret_cast<const unsigned char*>(&record), sizeof record, offset);
+}
+template <typename T>
+Bytes raw(const T& value)
+{
+    Bytes bytes(sizeof value);
+    std::memcpy(bytes.data(), static_cast<const void*>(&value), sizeof value);
+    return bytes;
+}
 
-// Messages and responses: objects of this host, read by the library. A
-// response is a message with the response table.
+// Timings of 28 (thumb) and 56 bytes (detail): word i is 100 * tag + i but
+// the refresh rate at 4, the width at 8 and the height at 12 or 28.
+template <std::size_t N>
+Raw<N> timing(std::uint32_t tag, float refresh, std::int32_t width, std::int32_t height)
+{
+    Raw<N> t;
+    for (std::size_t i = 0; i < N / 4; ++i)
+        put(t, 4 * i, 100 * tag + std::uint32_t(i));
+    put(t, 4, refresh);
+    put(t, 8, width);
+    put(t, N == 28 ? 12 : 28, height);
+    return t;
+}
+// A timing chosen for an interface (40 and 68 bytes): the id, the timing at
+// 4; a timing to check (44 and 72 bytes): the id, a tag, the timing at 8 and
+// the two check parameters after it.
+template <std::size_t N>
+Raw<N + 12> choice(std::int32_t id, const Raw<N>& timing)
+{
+    Raw<N + 12> c;
+    put(c, 0, id);
+    put(c, 4, timing);
+    return c;
+}
+template <std::size_t N>
+Raw<N + 16> check(const Raw<N>& timing)
+{
+    Raw<N + 16> c;
+    put(c, 8, timing);
+    return c;
+}
+using Verdict = Raw<88, 8>; // id at 0, over bandwidth at 80; its two lists empty
+using Connector = Raw<24>;  // id at 0, key at 12
+using Assessment = Raw<8>;  // the code at 4
+using Box = Raw<556>;       // the box id at 0, the answer at 280
+
+// The records with texts or lists, those at their offsets, bytes between.
+struct InterfaceRecord // 840 bytes: texts at 56, 96, 136, 168 and 376
+{
+    unsigned char head[56] = {};
+    std::string usedByScreen = "screen";
+    unsigned char gap96[8] = {};
+    std::string text96;
+    unsigned char gap136[8] = {};
+    std::string text136, text168;
+    unsigned char timings[176] = {};
+    std::string text376;
+    unsigned char tail[432] = {};
+};
+struct OutputRecord // 120 bytes: the interface id at 0, a text at 8, two empty lists at 72
+{
+    unsigned char head[8] = {};
+    std::string text8;
+    unsigned char tail[80] = {};
+};
+struct ScreenRecord // 544 bytes: the id at 0, texts at 16, 56 and 504, the outputs at 120
+{
+    unsigned char head[16] = {};
+    std::string text16;
+    unsigned char gap56[8] = {};
+    std::string text56;
+    unsigned char gap120[32] = {};
+    std::vector<OutputRecord> outputs;
+    unsigned char gap504[360] = {};
+    std::string text504;
+    unsigned char tail[8] = {};
+};
+struct SubcardRecord // 48 bytes: the slot at 0, the connectors at 24
+{
+    unsigned char head[24] = {};
+    std::vector<Connector> connectors;
+};
+static_assert(sizeof(InterfaceRecord) == 840 && sizeof(OutputRecord) == 120 && sizeof(ScreenRecord) == 544 &&
+                  sizeof(SubcardRecord) == 48,
+              "interface, output, screen and subcard records");
+
+// A query envelope: a filter the answerer calls if set, then the query at
+// 32, whose lists are at the offsets each answer names. It travels as its
+// address.
+struct Envelope
+{
+    std::function<bool(Params&)> filter;
+    unsigned char query[72] = {};
+};
+static_assert(sizeof(std::function<bool(Params&)>) == 32, "a filter is 32 bytes");
+template <typename T>
+std::vector<T>& listAt(Envelope& envelope, std::size_t offset)
+{
+    return *reinterpret_cast<std::vector<T>*>(envelope.query + offset);
+}
+
+InterfaceRecord interfaceRecord(std::int32_t id, std::int32_t type)
+{
+    auto r = with<InterfaceRecord>({{0, id},
+                                    {12, 1},
+                                    {16, id - 5},
+                                    {28, type},
+                                    {368, 920 + id},
+                                    {548, 10 + id},
+                                    {556, 20 + id},
+                                    {632, 1580 + id}});
+    put(r, 200, timing<28>(id, 60.0f, 1900 + id, 1000 + id));
+    put(r, 256, timing<56>(id + 10, 60.0f, 1900 + id, 1000 + id));
+    return r;
+}
+
+// Objects of this host that the library calls: the first word points at
+// slot 0 of a table laid out as the platform's, offset to top and the
+// class's identity before it. A library built with UBSan's type checks reads
+// the identity and must find the interface the contract names. Slots not
+// named must never be called.
+using Word = std::uintptr_t;
+template <typename F>
+Word fn(F f)
+{
+    return reinterpret_cast<Word>(+f);
+}
+[[noreturn]] void unnamedSlot()
+{
+    std::abort();
+}
+struct VTable
+{
+    VTable(const char* name, std::map<std::size_t, Word> slots)
+        : identity(name), words(slots.rbegin()->first + 3, reinterpret_cast<Word>(&unnamedSlot))
+    {
+        words[0] = 0;
+        words[1] = reinterpret_cast<Word>(&identity);
+        for (auto [slot, f] : slots)
+            words[slot + 2] = f;
+    }
+    const void* slots() const { return &words[2]; }
+    const abi::__class_type_info identity;
+    std::vector<Word> words;
+};
+// Calls slot `slot` of an object of the library's.
+template <typename R, typename... A>
+R call(void* object, std::size_t slot, A... args)
+{
+    const Word* table = *static_cast<const Word* const*>(object);
+    return reinterpret_cast<R (*)(void*, A...)>(table[slot])(object, args...);
+}
+
+// Messages and responses: objects of this host, read by the library.
 struct Message
 {
     const void* table;
@@ -186,189 +333,15 @@ struct Message
     bool hasData;
     std::string sender;
 };
-struct MessageTable
-{
-    Slot slot0, slot1;
-    int (*kind)(const Message*), (*number)(const Message*), (*size)(const Message*);
-    const void* (*data)(const Message*);
-};
-VTABLE(
-    MessageTable, messageTable, "8IMessage", UNNAMED, UNNAMED, [](const Message* m) { return m->kind; },
-    [](const Message* m) { return m->number; }, [](const Message* m) { return m->size; },
-    [](const Message* m) -> const void* { return m->hasData ? m->bytes.data() : nullptr; });
-struct ResponseTable
-{
-    Slot slot0;
-    const void* (*data)(const Message*);
-    int (*size)(const Message*);
-};
-VTABLE(
-    ResponseTable, responseTable, "9IResponse", UNNAMED,
-    [](const Message* r) -> const void* { return r->bytes.data(); }, [](const Message* r) { return r->size; });
-
-// Timings: the short one (28 bytes) and the detailed one (56 bytes).
-struct Thumb
-{
-    std::uint32_t param0 = 0;
-    float refresh = 0.0f;
-    std::int32_t width = 0, height = 0;
-    std::uint32_t param4 = 0, param5 = 0, param6 = 0;
-};
-struct Detail
-{
-    std::uint32_t param0 = 0;
-    float refresh = 0.0f;
-    std::int32_t width = 0, param3[4] = {}, height = 0, param8[6] = {};
-};
-
-// The 840-byte interface record: the fields this host sets or reads at their
-// offsets, and its five texts as real strings.
-struct InterfaceRecord
-{
-    std::int32_t id = 0, word1 = 0, word2 = 0, slot = 0, connector = 0, word5 = 0; // 0, 12, 16
-    std::int32_t auxWord0 = 0, type = 0, auxWords2[6] = {};                        // 28
-    std::string usedByScreen;                                                      // 56
-    std::uint64_t pad2 = 0;
-    std::string auxText18; // 96
-    std::uint64_t pad3 = 0;
-    std::string auxText28, ifText42; // 136, 168
-    Thumb thumb;                     // 200
-    unsigned char pad4[28] = {};
-    Detail detail; // 256
-    unsigned char pad5[56] = {};
-    std::uint32_t word92 = 0, word93 = 0; // 368
-    std::string ifText94;                 // 376
-    std::int32_t words102[35] = {};
-    std::int32_t checkParam0 = 0, word138 = 0, checkParam1 = 0; // 548, 556
-    std::int32_t words140[18] = {};
-    std::uint32_t word158 = 0; // 632
-    unsigned char pad6[204] = {};
-};
-
-InterfaceRecord interfaceRecord(std::int32_t id, std::int32_t type)
-{
-    InterfaceRecord r;
-    r.id = id;
-    r.type = type;
-    r.slot = 1;
-    r.connector = id - 5;
-    r.usedByScreen = "screen";
-    r.thumb = {std::uint32_t(id), 60.0f, 1900 + id, 1000 + id, 400u + id, 500u + id, 600u + id};
-    r.detail = {100u + std::uint32_t(id), 60.0f,     1900 + id,
-                {103, 104, 105, 106},     1000 + id, {108, 109, 110, 111, 112, 113}};
-    r.word92 = 920u + id;
-    r.word158 = 1580u + id;
-    r.checkParam0 = 10 + id;
-    r.checkParam1 = 20 + id;
-    return r;
-}
-
-// The records the other queries carry, each at the size the contract gives:
-// a timing chosen for an interface or a screen (40 and 68 bytes), and a
-// timing to check (44 and 72 bytes).
-template <typename Timing>
-struct Choice
-{
-    std::int32_t id = 0;
-    Timing timing;
-    std::uint32_t tail0 = 0, tail1 = 0;
-};
-template <typename Timing>
-struct Check
-{
-    std::int32_t id = 0, tag = 0;
-    Timing timing;
-    std::int32_t checkParam0 = 0, checkParam1 = 0;
-};
-struct Verdict
-{
-    std::int32_t id = 0, word1 = 0, words2[2] = {}, bandwidthLimit = 0, bandwidthNeeded = 0;
-    std::vector<std::int32_t> list6{}, frameRates{}; // 24, 48
-    std::int32_t word18 = 0, maxFrameRate = 0, overBandwidth = 0, word21 = 0;
-};
-struct OutputRecord
-{
-    std::int32_t interfaceId = 0, word1 = 0;
-    std::string text2{};
-    std::uint32_t words10[8] = {};
-    std::vector<std::array<std::uint32_t, 4>> list18{};
-    std::vector<std::array<std::uint32_t, 6>> list24{};
-};
-struct ScreenRecord
-{
-    std::uint32_t id = 0, word1 = 0, index = 0, word3 = 0;
-    std::string text4;
-    std::uint32_t word12 = 0;
-    std::string text14;
-    std::uint32_t words22[7] = {};
-    std::vector<OutputRecord> outputs; // 120
-    std::uint32_t words36[89] = {};
-    std::string text126;
-    std::uint32_t word134 = 0;
-};
-struct ConnectorRecord
-{
-    std::int32_t id = 0, words1[2] = {}, key = 0, words4[2] = {};
-};
-struct SubcardRecord
-{
-    std::int32_t slot = 0, words1[4] = {};
-    std::vector<ConnectorRecord> connectors;
-};
-struct Assessment
-{
-    std::int32_t word0 = 0, code = 0;
-};
-struct MessageBoxRecord
-{
-    std::int32_t boxId = 0, boxType = 0, param1 = -1, param2 = -1;
-    unsigned char reserved1[8] = {};
-    char text[256] = {};
-    std::uint8_t result = 0, flag1 = 1, flag2 = 0, reserved2 = 0; // 280
-    std::int32_t duration = 2000;
-    char detailText[256] = {};
-    std::uint8_t flags[4] = {};
-    std::int32_t param3 = -1, param4 = 1;
-};
-// The sizes the contract gives every record.
-static_assert(sizeof(Thumb) == 28 && sizeof(Detail) == 56 && sizeof(InterfaceRecord) == 840, "timings, interface");
-static_assert(sizeof(Choice<Thumb>) == 40 && sizeof(Choice<Detail>) == 68, "choices are 40 and 68 bytes");
-static_assert(sizeof(Check<Thumb>) == 44 && sizeof(Check<Detail>) == 72, "checks are 44 and 72 bytes");
-static_assert(sizeof(Verdict) == 88 && sizeof(OutputRecord) == 120 && sizeof(ScreenRecord) == 544, "verdict, screen");
-static_assert(sizeof(ConnectorRecord) == 24 && sizeof(SubcardRecord) == 48, "connector, subcard");
-static_assert(sizeof(MessageBoxRecord) == 556, "a message box is 556 bytes");
-
-// A query envelope: a filter the answerer calls if set, then the query's
-// data at 32. It travels as its address.
-template <typename T>
-struct Envelope
-{
-    std::function<bool(Params&)> filter;
-    T info;
-};
-static_assert(sizeof(std::function<bool(Params&)>) == 32, "a filter is 32 bytes");
-template <typename T>
-struct ListQuery // interfaces, screens
-{
-    std::uint32_t words0[4] = {};
-    std::vector<T> list;
-};
-struct CheckQuery
-{
-    std::vector<Verdict> verdicts;
-    std::vector<Check<Thumb>> thumbChecks;
-    std::vector<Check<Detail>> detailChecks;
-};
-struct SubcardQuery
-{
-    std::int32_t request = 0;
-    std::vector<SubcardRecord> subcards;
-};
-struct AssessQuery
-{
-    std::vector<Choice<Thumb>> timings;
-    std::vector<Assessment> assessments;
-};
+const VTable messageTable("N3kpf8IMessageE", {{2, fn([](const Message* m) { return m->kind; })},
+                                              {3, fn([](const Message* m) { return m->number; })},
+                                              {4, fn([](const Message* m) { return m->size; })},
+                                              {5, fn([](const Message* m) -> const void* {
+                                                   return m->hasData ? m->bytes.data() : nullptr;
+                                               })}});
+const VTable responseTable("N3kpf9IResponseE",
+                           {{1, fn([](const Message* r) -> const void* { return r->bytes.data(); })},
+                            {2, fn([](const Message* r) { return r->size; })}});
 
 // What the host answers, set by each test before it drives the component.
 struct Answers
@@ -401,24 +374,22 @@ struct Seen
     std::vector<std::string> lookups;
     std::vector<const void*> releasedTables; // the table of each object released
     std::map<std::uint32_t, Params> filters; // what each query's filter put in
-    std::vector<Check<Thumb>> judgedThumbChecks;
-    std::vector<Choice<Thumb>> writtenThumbs;
+    std::vector<Raw<44>> judgedThumbChecks;
+    std::vector<Raw<40>> writtenThumbs;
     std::vector<std::int32_t> tiesAsked; // subcard, connector key, device parameter
 };
 Seen seen;
 Answers answers;
 
-void resetHost()
+Bytes copyOf(const void* data, int size)
 {
-    seen = Seen();
-    answers = Answers();
+    const auto* begin = static_cast<const unsigned char*>(data);
+    return data != nullptr && size > 0 ? Bytes(begin, begin + size) : Bytes();
 }
-
 template <int MessageKind>
 Message* createMessage(void*, int number, int size, const void* data, const char* sender)
 {
-    auto* m = new Message{&messageTable.slots, MessageKind, number, size, {}, data != nullptr, sender};
-    m->bytes = raw(data, std::size_t(size > 0 ? size : 0));
+    auto* m = new Message{messageTable.slots(), MessageKind, number, size, copyOf(data, size), data != nullptr, sender};
     seen.live.insert(m);
     return m;
 }
@@ -439,10 +410,9 @@ int subscribe(void*, int number, const std::string& sender)
 
 // The envelope whose address a query carries, its filter called; null for
 // a payload of another length, which the trace then shows.
-template <typename T>
-T* queryOf(const Message& m)
+Envelope* queryOf(const Message& m)
 {
-    Envelope<T>* envelope = nullptr;
+    Envelope* envelope = nullptr;
     if (m.bytes.size() != sizeof envelope)
         return nullptr;
     std::memcpy(&envelope, m.bytes.data(), sizeof envelope);
@@ -451,11 +421,11 @@ T* queryOf(const Message& m)
     if (envelope->filter) {
         EXPECT_TRUE(envelope->filter(params)) << "the filter of " << hex(std::uint32_t(m.number)) << " applies";
     }
-    return &envelope->info;
+    return envelope;
 }
 
-// Answers a command as the other components would; the reply is as long as
-// the reference says.
+// Answers a command as the other components would, into the lists of its
+// envelope; the reply is as long as the reference says.
 Bytes answer(const Message& m)
 {
     const Row* sent = sentRow(std::uint32_t(m.number));
@@ -464,146 +434,93 @@ Bytes answer(const Message& m)
         return {};
     }
     const std::string name = sent->name;
+    Envelope* q = queryOf(m);
     Bytes reply;
-    if (name == "InterfaceDetail") {
-        if (auto* query = queryOf<ListQuery<InterfaceRecord>>(m)) {
-            const Params& params = seen.filters[sent->number];
-            for (const InterfaceRecord& r : answers.interfaces)
-                if (params.empty() || params == Params{{"interfaceId", std::to_string(r.id)}})
-                    query->list.push_back(r);
-        }
-    } else if (name == "SelectedInterface") {
-        reply = bytes(answers.selected);
-    } else if (name == "ThumbCheck" || name == "DetailCheck") {
-        if (auto* query = queryOf<CheckQuery>(m)) {
-            seen.judgedThumbChecks = query->thumbChecks;
-            query->verdicts = answers.verdicts;
-        }
-    } else if (name == "Screens") {
-        if (auto* query = queryOf<ListQuery<ScreenRecord>>(m))
-            query->list = answers.screens;
-    } else if (name == "Subcards") {
-        if (auto* query = queryOf<SubcardQuery>(m))
-            query->subcards = answers.subcards;
-    } else if (name == "DeviceParam") {
-        reply = bytes(answers.deviceParam);
+    if (name == "InterfaceDetail" && q != nullptr) {
+        const Params& params = seen.filters[sent->number];
+        for (const InterfaceRecord& r : answers.interfaces)
+            if (params.empty() || params == Params{{"interfaceId", std::to_string(get<std::int32_t>(r, 0))}})
+                listAt<InterfaceRecord>(*q, 16).push_back(r);
+    } else if ((name == "ThumbCheck" || name == "DetailCheck") && q != nullptr) {
+        seen.judgedThumbChecks = listAt<Raw<44>>(*q, 24);
+        listAt<Verdict>(*q, 0) = answers.verdicts;
+    } else if (name == "Screens" && q != nullptr) {
+        listAt<ScreenRecord>(*q, 16) = answers.screens;
+    } else if (name == "Subcards" && q != nullptr) {
+        listAt<SubcardRecord>(*q, 8) = answers.subcards;
     } else if (name == "Assess") {
-        if (auto* query = queryOf<AssessQuery>(m))
-            query->assessments = answers.assessments;
-        reply = bytes(answers.assessed);
+        if (q != nullptr)
+            listAt<Assessment>(*q, 24) = answers.assessments;
+        reply = raw(answers.assessed);
     } else if (name == "WriteThumb") {
         // The payload is the sender's vector object, valid during the send.
-        if (m.bytes.size() == sizeof(std::vector<Choice<Thumb>>))
-            seen.writtenThumbs = *reinterpret_cast<const std::vector<Choice<Thumb>>*>(m.bytes.data());
-        reply = bytes(answers.writeRefused);
+        if (m.bytes.size() == sizeof(std::vector<Raw<40>>))
+            seen.writtenThumbs = *reinterpret_cast<const std::vector<Raw<40>>*>(m.bytes.data());
+        reply = raw(answers.writeRefused);
+    } else if (name == "SelectedInterface" || name == "DeviceParam") {
+        reply = raw(name == "DeviceParam" ? answers.deviceParam : answers.selected);
     }
     EXPECT_EQ(int(reply.size()), sent->replyLength) << "the reply to " << name;
     return reply;
 }
 
-struct CommandDispatcherTable
+int sendCommand(void*, Message** message, Message** response, int mode)
 {
-    Message* (*createMessage)(void*, int number, int size, const void* data, const char* sender);
-    void (*release)(void*, void** object);
-    int (*send)(void*, Message** message, Message** response, int mode);
-    Slot slot3;
-    int (*subscribe)(void*, int number, const std::string& sender);
-};
-VTABLE(
-    CommandDispatcherTable, commandTable, "18ICommandDispatcher", createMessage<CommandKind>,
-    [](void*, void** object) {
-        seen.releasedTables.push_back(*object != nullptr ? *static_cast<const void* const*>(*object) : nullptr);
-        if (seen.live.erase(*object) > 0)
-            delete static_cast<Message*>(*object);
-        *object = nullptr;
-    },
-    [](void*, Message** message, Message** response, int mode) {
-        const Message& m = **message;
-        seen.sent.push_back({Kind::Command, std::uint32_t(m.number), m.size, mode, m.bytes});
-        const Bytes reply = answer(m);
-        seen.live.insert(*response = new Message{&responseTable.slots, 0, 0, int(reply.size()), reply, true, ""});
-        return 0;
-    },
-    UNNAMED, subscribe<Kind::Command>);
-
-struct EventDispatcherTable
+    const Message& m = **message;
+    seen.sent.push_back({Kind::Command, std::uint32_t(m.number), m.size, mode, m.bytes});
+    const Bytes reply = answer(m);
+    seen.live.insert(*response = new Message{responseTable.slots(), 0, 0, int(reply.size()), reply, true, ""});
+    return 0;
+}
+void release(void*, void** object)
 {
-    Message* (*createMessage)(void*, int number, int size, const void* data, const char* sender);
-    Slot slot1;
-    void (*post)(void*, Message** message);
-    Slot slot3;
-    void (*send)(void*, Message** message, int mode);
-    int (*subscribe)(void*, int number, const std::string& sender);
-};
-VTABLE(
-    EventDispatcherTable, eventTable, "16IEventDispatcher", createMessage<EventKind>, UNNAMED,
-    [](void* self, Message** message) { takeOver<Kind::Queued>(self, message, 0); }, UNNAMED, takeOver<Kind::Event>,
-    subscribe<Kind::Event>);
-
-struct MessageCenterTable
-{
-    Message* (*createMessage)(void*, int number, const char* sender, int size, const void* data, int flags);
-};
-VTABLE(MessageCenterTable, centerTable, "14IMessageCenter",
-       [](void* self, int number, const char* sender, int size, const void* data, int flags) {
-           EXPECT_EQ(flags, 0);
-           return createMessage<0>(self, number, size, data, sender);
-       });
-
+    seen.releasedTables.push_back(*object != nullptr ? *static_cast<const void* const*>(*object) : nullptr);
+    if (seen.live.erase(*object) > 0)
+        delete static_cast<Message*>(*object);
+    *object = nullptr;
+}
+const VTable commandTable("N3kpf18ICommandDispatcherE", {{0, fn(createMessage<CommandKind>)},
+                                                         {1, fn(release)},
+                                                         {2, fn(sendCommand)},
+                                                         {4, fn(subscribe<Kind::Command>)}});
+const VTable eventTable("N3kpf16IEventDispatcherE",
+                        {{0, fn(createMessage<EventKind>)},
+                         {2, fn([](void* self, Message** message) { takeOver<Kind::Queued>(self, message, 0); })},
+                         {4, fn(takeOver<Kind::Event>)},
+                         {5, fn(subscribe<Kind::Event>)}});
+const VTable centerTable("N3kpf14IMessageCenterE",
+                         {{0, fn([](void* self, int number, const char* sender, int size, const void* data, int flags) {
+                               EXPECT_EQ(flags, 0);
+                               return createMessage<0>(self, number, size, data, sender);
+                           })}});
 // The two configuration services, outside the kpf namespace. A function
 // returning a vector by value takes the object as its first argument, as a
 // member function does.
-struct DeviceConfigTable
-{
-    Slot slot0, slot1, slot2, slot3, slot4, slot5;
-    std::int32_t (*subcardOfSlot)(void*, std::int32_t slot);
-};
-VTABLE_NAMED(DeviceConfigTable, deviceConfigTable, "19DeviceConfigManager", UNNAMED, UNNAMED, UNNAMED, UNNAMED, UNNAMED,
-             UNNAMED, [](void*, std::int32_t slot) { return 100 + slot; });
-struct SubcardConfigTable
-{
-    Slot slot0, slot1, slot2, slot3, slot4, slot5, slot6, slot7;
-    std::vector<int> (*relatedConnectors)(void*, std::int32_t subcard, std::int32_t key, std::int32_t deviceParam);
-};
-VTABLE_NAMED(SubcardConfigTable, subcardConfigTable, "20SubcardConfigManager", UNNAMED, UNNAMED, UNNAMED, UNNAMED,
-             UNNAMED, UNNAMED, UNNAMED, UNNAMED, [](void*, std::int32_t subcard, std::int32_t key, std::int32_t param) {
-                 seen.tiesAsked = {subcard, key, param};
-                 return answers.tiedConnectors;
-             });
+const VTable deviceConfigTable("19DeviceConfigManager",
+                               {{6, fn([](void*, std::int32_t slot) { return std::int32_t(100 + slot); })}});
+const VTable subcardConfigTable("20SubcardConfigManager",
+                                {{8, fn([](void*, std::int32_t subcard, std::int32_t key, std::int32_t param) {
+                                      seen.tiesAsked = {subcard, key, param};
+                                      return answers.tiedConnectors;
+                                  })}});
 
 // A service object is one word: its table.
-const void* commandDispatcher = &commandTable.slots;
-const void* eventDispatcher = &eventTable.slots;
-const void* messageCenter = &centerTable.slots;
-const void* deviceConfig = &deviceConfigTable.slots;
-const void* subcardConfig = &subcardConfigTable.slots;
-struct HostApiTable
-{
-    Slot slot0, slot1, slot2;
-    void* (*findService)(void*, const char* name);
-};
-VTABLE(HostApiTable, apiTable, "8IHostApi", UNNAMED, UNNAMED, UNNAMED, [](void*, const char* name) -> void* {
-    seen.lookups.push_back(name);
-    const std::string key = name;
-    return key == "kpf_default_messagecenter" ? &messageCenter
-           : key == "commanddispatcher"       ? &commandDispatcher
-           : key == "eventdispatcher"         ? &eventDispatcher
-           : key == "deviceconfigmanager"     ? &deviceConfig
-           : key == "subcardconfigmanager"    ? &subcardConfig
-                                              : nullptr;
-});
-const void* hostApi = &apiTable.slots;
+const void* const services[] = {centerTable.slots(), commandTable.slots(), eventTable.slots(),
+                                deviceConfigTable.slots(), subcardConfigTable.slots()};
+const char* const serviceNames[] = {"kpf_default_messagecenter", "commanddispatcher", "eventdispatcher",
+                                    "deviceconfigmanager", "subcardconfigmanager"};
+const VTable apiTable("N3kpf8IHostApiE", {{3, fn([](void*, const char* name) -> const void* {
+                                               seen.lookups.push_back(name);
+                                               for (int i = 0; i < 5; ++i)
+                                                   if (std::strcmp(name, serviceNames[i]) == 0)
+                                                       return &services[i];
+                                               return nullptr;
+                                           })}});
+const void* const hostApi = apiTable.slots();
 
-// The component: a virtual destructor (two slots), handleMessage, then the
-// handler base's onInit and processMsg.
-struct HandlerTable
-{
-    Slot destroy;
-    void (*destroyAndFree)(void*);
-    const Message* (*handleMessage)(void*, const Message*);
-    int (*onInit)(void*);
-    const Message* (*processMsg)(void*, int number, const Message*);
-};
+// The component: a virtual destructor (slots 0 and 1, the deleting one),
+// handleMessage, then the handler base's onInit and processMsg.
+enum HandlerSlot { DestroyAndFree = 1, HandleMessage, OnInit, ProcessMsg };
 struct ComponentInfo
 {
     std::function<void*()> creator;
@@ -617,11 +534,6 @@ struct PluginInfo
     ComponentInfo** components;
 };
 
-const HandlerTable& tableOf(void* handler)
-{
-    return **static_cast<const HandlerTable* const*>(handler);
-}
-
 // The component's handler, started by the fixture.
 void* handler = nullptr;
 
@@ -630,9 +542,9 @@ const Message* deliver(const std::string& name, const Bytes& payload = {})
 {
     const Row& r = row(name);
     const int kind = r.kind == Kind::Command ? CommandKind : EventKind;
-    const Message message{&messageTable.slots, kind,  int(r.number), int(payload.size()), payload,
-                          !payload.empty(),    "host"};
-    return tableOf(handler).handleMessage(handler, &message);
+    const Message message{messageTable.slots(), kind,  int(r.number), int(payload.size()), payload,
+                          !payload.empty(),     "host"};
+    return call<const Message*>(handler, HandleMessage, &message);
 }
 
 // One line per message: kind, number, name, length and, for a send, the
@@ -680,6 +592,7 @@ Bytes lastSent(const std::string& name)
 }
 
 const InterfaceRecord seven = interfaceRecord(7, 8);
+const Raw<28> sevenThumb = get<Raw<28>>(seven, 200);
 
 // The library freshly loaded, its component started with interface 7
 // listed and made current; what that sends is kept aside.
@@ -688,7 +601,8 @@ class ContractTest : public testing::Test
 protected:
     void SetUp() override
     {
-        resetHost();
+        seen = Seen();
+        answers = Answers();
         // Kept mapped after dlclose: Qt, loaded with the library, leaves the
         // per-thread data of a logged warning behind when it is unloaded.
         m_library = dlopen(EDIDVM_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
@@ -711,7 +625,7 @@ protected:
         ASSERT_NE(handler, nullptr);
         EXPECT_EQ(deliver("Start"), nullptr);
         answers.interfaces = {seven, interfaceRecord(9, 4)};
-        EXPECT_EQ(deliver("SetCurrentInterface", bytes(seven)), nullptr);
+        EXPECT_EQ(deliver("SetCurrentInterface", raw(seven)), nullptr);
         m_started = std::move(seen.sent);
         seen.sent.clear();
     }
@@ -749,34 +663,33 @@ TEST_F(ContractTest, AHostOfItsOwnDrivesTheLibraryThroughTheDeclaredSlotsAndLayo
     // The current interface, sent whole: its two timing blocks come back.
     std::swap(seen.sent, m_started);
     expectTrace("DetailTiming ThumbTiming");
-    EXPECT_EQ(lastSent("DetailTiming"), bytes(seven.detail));
-    EXPECT_EQ(lastSent("ThumbTiming"), bytes(seven.thumb));
+    EXPECT_EQ(lastSent("DetailTiming"), raw(get<Raw<56>>(seven, 256)));
+    EXPECT_EQ(lastSent("ThumbTiming"), raw(sevenThumb));
 
-    // The one command: its reply is made by the message center.
-    const Message* reply = deliver("InterfaceType");
-    ASSERT_EQ(seen.live.erase(reply), 1u) << "the reply is not one this host made";
-    EXPECT_EQ(std::uint32_t(reply->number), row("InterfaceType").number);
-    EXPECT_EQ(reply->bytes, (Bytes{8, 0, 0, 0})) << "the type at byte 28";
-    EXPECT_EQ(reply->sender, "outputedidviewmodel");
-    delete reply;
+    // The one command, delivered and through processMsg: its reply, the
+    // type at byte 28, is made by the message center.
+    const Message command{messageTable.slots(), CommandKind, int(row("InterfaceType").number), 0, {}, false, "host"};
+    for (const Message* reply :
+         {deliver("InterfaceType"), call<const Message*>(handler, ProcessMsg, command.number, &command)}) {
+        ASSERT_EQ(seen.live.erase(reply), 1u) << "the reply is not one this host made";
+        EXPECT_EQ(std::uint32_t(reply->number), row("InterfaceType").number);
+        EXPECT_EQ(reply->bytes, (Bytes{8, 0, 0, 0}));
+        EXPECT_EQ(reply->sender, "outputedidviewmodel");
+        delete reply;
+    }
 
-    // onInit registers again; processMsg routes a number as handleMessage does.
+    // onInit registers again.
     seen.subscriptions.clear();
-    EXPECT_EQ(tableOf(handler).onInit(handler), 0);
+    EXPECT_EQ(call<int>(handler, OnInit), 0);
     EXPECT_EQ(seen.subscriptions, subscribed);
-    const Message command{&messageTable.slots, CommandKind, int(row("InterfaceType").number), 0, {}, false, "host"};
-    reply = tableOf(handler).processMsg(handler, command.number, &command);
-    ASSERT_EQ(seen.live.erase(reply), 1u);
-    EXPECT_EQ(reply->bytes, (Bytes{8, 0, 0, 0}));
-    delete reply;
 
     // A command's response is released before the message.
     seen.releasedTables.clear();
     deliver("InUseAsked");
-    EXPECT_EQ(seen.releasedTables, (std::vector<const void*>{&responseTable.slots, &messageTable.slots}));
+    EXPECT_EQ(seen.releasedTables, (std::vector<const void*>{responseTable.slots(), messageTable.slots()}));
 
-    // Slot 1, the deleting destructor; the component's deletor takes null.
-    tableOf(handler).destroyAndFree(handler);
+    // The deleting destructor; the component's deletor takes null.
+    call<void>(handler, DestroyAndFree);
     m_object = nullptr;
 }
 
@@ -831,38 +744,40 @@ void PrintTo(const Flow& flow, std::ostream* os)
     *os << flow.name;
 }
 
-// Interface 7 feeds screen 5, and its connector is tied to itself.
+// Interface 7 (slot 1, connector 2) feeds screen 5, and its connector is
+// tied to itself.
 void tieSevenToAScreen()
 {
-    answers.subcards = {SubcardRecord{seven.slot, {}, {ConnectorRecord{seven.connector, {}, 42}}}};
-    answers.tiedConnectors = {seven.connector};
-    answers.screens.resize(1);
-    answers.screens[0].id = 5;
-    answers.screens[0].outputs = {OutputRecord{seven.id}};
+    answers.subcards = {with<SubcardRecord>({{0, 1}})};
+    answers.subcards[0].connectors = {with<Connector>({{0, 2}, {12, 42}})};
+    answers.tiedConnectors = {2};
+    answers.screens = {with<ScreenRecord>({{0, 5}})};
+    answers.screens[0].outputs = {with<OutputRecord>({{0, 7}})};
 }
 
 // A choice of seven's own resolution affects no screen; 1280x720 does.
-const Choice<Thumb> sameResolution{0, {0, 30.0f, seven.thumb.width, seven.thumb.height, 0, 0, 0}, 0, 0};
-const Choice<Thumb> newResolution{0, {0, 50.0f, 1280, 720, 0, 0, 0}, 0, 0};
-const Choice<Detail> sameReference{
-    0, {0, 30.0f, seven.thumb.width, {1, 2, 3, 4}, seven.thumb.height, {5, 6, 7, 8, 9, 10}}, 0, 0};
+const auto sameResolution = choice(0, timing<28>(0, 30.0f, 1907, 1007));
+const auto newResolution = choice(0, timing<28>(0, 50.0f, 1280, 720));
+const auto sameReference = choice(0, timing<56>(0, 30.0f, 1907, 1007));
 
-// The page's check request: the address of an envelope holding the checks.
-void requestChecks(const char* name, std::vector<Check<Thumb>> thumbs, std::vector<Check<Detail>> details)
+// The page's check request: the address of an envelope holding the checks,
+// the thumb ones at 24, the detail ones at 48.
+void requestChecks(const char* name, std::vector<Raw<44>> thumbs, std::vector<Raw<72>> details)
 {
-    answers.verdicts = {Verdict{seven.id}};
-    Envelope<CheckQuery> request;
-    request.info.thumbChecks = std::move(thumbs);
-    request.info.detailChecks = std::move(details);
-    deliver(name, bytes(&request));
+    answers.verdicts = {with<Verdict>({{0, 7}})};
+    Envelope request;
+    listAt<Raw<44>>(request, 24).swap(thumbs);
+    listAt<Raw<72>>(request, 48).swap(details);
+    deliver(name, raw(&request));
+    listAt<Raw<44>>(request, 24).swap(thumbs);
+    listAt<Raw<72>>(request, 48).swap(details);
 }
 
 void answerBox(std::int32_t boxId, std::uint8_t result)
 {
-    MessageBoxRecord answer;
-    answer.boxId = boxId;
-    answer.result = result;
-    deliver("BoxAnswer", bytes(answer));
+    Box answer = with<Box>({{0, boxId}});
+    put(answer, 280, result);
+    deliver("BoxAnswer", raw(answer));
 }
 
 const std::string Refreshed = "InterfaceDetail DetailTiming ThumbTiming TimingNotice ";
@@ -874,7 +789,7 @@ const std::vector<Flow> flows = {
     {"RefreshSendsTheCurrentTimingsAndNotice", Refreshed,
      [] {
          deliver("RefreshTiming");
-         EXPECT_EQ(lastSent("TimingNotice"), bytes(std::array<std::uint32_t, 4>{927, 1587, 0, 407}))
+         EXPECT_EQ(lastSent("TimingNotice"), raw(std::array<std::uint32_t, 4>{927, 1587, 0, 704}))
              << "words 92 and 158, thumb word 4";
      }},
     {"SelectedInterfaceIsAdoptedAndAnnounced",
@@ -882,35 +797,34 @@ const std::vector<Flow> flows = {
      [] {
          answers.selected = 9;
          deliver("SelectedInterfaceTiming");
-         EXPECT_EQ(recordOf<std::int32_t>(lastSent("AdoptedInterface")), 9) << "the 4-byte reply names it";
+         EXPECT_EQ(get<std::int32_t>(lastSent("AdoptedInterface"), 0), 9) << "the 4-byte reply names it";
      }},
     {"ThumbCheckRequestIsJudgedAndForwarded",
      "InterfaceDetail InterfaceDetail ThumbCheck InterfaceDetail ThumbCheckResults",
      [] {
-         requestChecks("ThumbCheckRequest", {{0, 0, {0, 60.0f, 1920, 1080, 0, 0, 0}, 0, 0}}, {});
+         requestChecks("ThumbCheckRequest", {check(timing<28>(0, 60.0f, 1920, 1080))}, {});
          ASSERT_EQ(seen.judgedThumbChecks.size(), 1u);
-         const Check<Thumb>& judged = seen.judgedThumbChecks[0];
-         EXPECT_EQ(judged.id, 7);
-         EXPECT_EQ(judged.timing.width, 1920);
-         EXPECT_EQ(judged.checkParam0, seven.checkParam0) << "word 137 of the interface";
-         EXPECT_EQ(judged.checkParam1, seven.checkParam1) << "word 139 of the interface";
+         const Raw<44>& judged = seen.judgedThumbChecks[0];
+         EXPECT_EQ(get<std::int32_t>(judged, 0), 7);
+         EXPECT_EQ(get<std::int32_t>(judged, 16), 1920) << "the width at 8 of the timing at 8";
+         EXPECT_EQ(get<std::int32_t>(judged, 36), 17) << "word 137 of the interface";
+         EXPECT_EQ(get<std::int32_t>(judged, 40), 27) << "word 139 of the interface";
      }},
     {"DetailCheckRequestIsJudgedAndForwarded",
      "InterfaceDetail InterfaceDetail DetailCheck InterfaceDetail DetailCheckResults",
-     [] {
-         requestChecks("DetailCheckRequest", {}, {{0, 0, seven.detail, 0, 0}});
-     }},
+     [] { requestChecks("DetailCheckRequest", {}, {check(get<Raw<56>>(seven, 256))}); }},
     {"ChangedReferenceTimingIsSentOn", "ChangedDetail",
      [] {
-         const std::vector<Choice<Detail>> changed = {{9, seven.detail, 0, 0}, {seven.id, sameReference.timing, 0, 0}};
-         deliver("ChangedReferenceTimings", bytes(changed));
-         EXPECT_EQ(lastSent("ChangedDetail"), bytes(sameReference.timing));
+         const std::vector<Raw<68>> changed = {choice(9, get<Raw<56>>(seven, 256)),
+                                               choice(7, get<Raw<56>>(sameReference, 4))};
+         deliver("ChangedReferenceTimings", raw(changed));
+         EXPECT_EQ(lastSent("ChangedDetail"), raw(get<Raw<56>>(sameReference, 4)));
      }},
     {"ChangedThumbTimingIsSentOnWithANotice", "TimingNotice ChangedThumb",
      [] {
-         const std::vector<Choice<Thumb>> changed = {{9, seven.thumb, 0, 0}, {seven.id, newResolution.timing, 0, 0}};
-         deliver("ChangedThumbTimings", bytes(changed));
-         EXPECT_EQ(lastSent("ChangedThumb"), bytes(newResolution.timing));
+         const std::vector<Raw<40>> changed = {choice(9, sevenThumb), choice(7, get<Raw<28>>(newResolution, 4))};
+         deliver("ChangedThumbTimings", raw(changed));
+         EXPECT_EQ(lastSent("ChangedThumb"), raw(get<Raw<28>>(newResolution, 4)));
      }},
     {"EachInUseQuestionIsAnswered", "InterfaceDetail InUse InterfaceDetail InUse InterfaceDetail InUse",
      [] {
@@ -922,43 +836,44 @@ const std::vector<Flow> flows = {
      }},
     {"UnchangedResolutionIsWrittenAtOnce", Impact + ThumbCommitted,
      [] {
-         deliver("ThumbChoice", bytes(sameResolution));
+         deliver("ThumbChoice", raw(sameResolution));
          EXPECT_EQ(seen.filters[row("Screens").number], (Params{{"screenType", "2"}}));
          ASSERT_EQ(seen.writtenThumbs.size(), 1u);
-         EXPECT_EQ(seen.writtenThumbs[0].id, 7);
-         EXPECT_EQ(lastSent("CommittedThumb"), bytes(sameResolution.timing));
+         EXPECT_EQ(get<std::int32_t>(seen.writtenThumbs[0], 0), 7);
+         EXPECT_EQ(lastSent("CommittedThumb"), raw(get<Raw<28>>(sameResolution, 4)));
      }},
     {"OverBandwidthIsRefusedWithABox", Impact + "InterfaceDetail PreCheck ThumbCheck MessageBox",
      [] {
-         answers.verdicts = {Verdict{seven.id}};
-         answers.verdicts[0].overBandwidth = 1;
-         deliver("ThumbChoice", bytes(sameResolution));
-         EXPECT_EQ(recordOf<MessageBoxRecord>(lastSent("MessageBox")).boxId, 14);
+         answers.verdicts = {with<Verdict>({{0, 7}, {80, 1}})};
+         deliver("ThumbChoice", raw(sameResolution));
+         EXPECT_EQ(get<std::int32_t>(lastSent("MessageBox"), 0), 14);
      }},
     {"ANewResolutionOnAScreenIsAssessedConfirmedAndWritten", Impact + "Assess Confirmation " + ThumbCommitted,
      [] {
          tieSevenToAScreen();
-         deliver("ThumbChoice", bytes(newResolution));
+         deliver("ThumbChoice", raw(newResolution));
          EXPECT_EQ(seen.tiesAsked, (std::vector<std::int32_t>{101, 42, 77})) << "slot 1's subcard, key, 4-byte reply";
-         EXPECT_EQ(recordOf<MessageBoxRecord>(lastSent("Confirmation")).boxId, 35);
+         EXPECT_EQ(get<std::int32_t>(lastSent("Confirmation"), 0), 35);
          answerBox(35, 1);
-         EXPECT_EQ(lastSent("CommittedThumb"), bytes(newResolution.timing));
+         EXPECT_EQ(lastSent("CommittedThumb"), raw(get<Raw<28>>(newResolution, 4)));
      }},
     {"ARefusedAssessmentIsQueuedAndRefreshes", Impact + "Assess AssessFailed " + Refreshed,
      [] {
          tieSevenToAScreen();
-         answers.assessments = {{0, 7}};
-         deliver("ThumbChoice", bytes(newResolution));
-         EXPECT_EQ(recordOf<std::int32_t>(lastSent("AssessFailed")), 7);
+         answers.assessments = {with<Assessment>({{4, 7}})};
+         deliver("ThumbChoice", raw(newResolution));
+         EXPECT_EQ(get<std::int32_t>(lastSent("AssessFailed"), 0), 7);
      }},
     {"ADeclinedConfirmationRefreshes", Refreshed, [] { answerBox(35, 0); }},
     {"AReferenceAffectingNoScreenIsWrittenAtOnceAndPublished",
      Impact + "InterfaceDetail DetailCheck ShowWaiting WritingReference WriteReference HideWaiting CommittedThumb",
      [] {
-         deliver("ReferenceChoice", bytes(sameReference));
-         EXPECT_EQ(recordOf<std::int32_t>(lastSent("WritingReference")), 1);
+         deliver("ReferenceChoice", raw(sameReference));
+         EXPECT_EQ(get<std::int32_t>(lastSent("WritingReference"), 0), 1);
          deliver("PublishReference");
-         EXPECT_EQ(lastSent("CommittedThumb"), bytes(Thumb{0, 30.0f, seven.thumb.width, seven.thumb.height, 0, 0, 0}));
+         auto published = with<Raw<28>>({{8, 1907}, {12, 1007}});
+         put(published, 4, 30.0f);
+         EXPECT_EQ(lastSent("CommittedThumb"), raw(published));
      }},
 };
 
