@@ -34,15 +34,18 @@ struct Sent
     std::optional<QString> thumb; // "WxH" of the last thumb timing
     std::optional<QString> detail;
     std::optional<QString> confirm; // the text of a confirmation not yet answered
-    std::optional<QString> warning; // the bandwidth box of this step
     bool waiting = false;
     std::optional<int> verdicts;
-    // In this step: how often the indicator was shown, the assessment
-    // failure code posted, whether a thumb write was sent.
-    int waitingShown = 0;
-    std::optional<int> failureCode;
-    bool thumbWrite = false;
-    bool committed = false; // the component said the write is committed
+    // In this step: the bandwidth box, how often the indicator was shown,
+    // the assessment failure code posted, whether a thumb write was sent
+    // and whether the component said it is committed.
+    struct Step
+    {
+        std::optional<QString> warning;
+        int waitingShown = 0;
+        std::optional<int> failureCode;
+        bool thumbWrite = false, committed = false;
+    } now;
 
     void take(std::uint32_t number, const void* data, int size)
     {
@@ -51,7 +54,7 @@ struct Sent
         };
         if ((number == msg::ThumbTiming || number == msg::ChangedThumb || number == msg::CommittedThumb) &&
             size == sizeof(s_ThumbTimingInfo)) {
-            committed = number == msg::CommittedThumb;
+            now.committed = number == msg::CommittedThumb;
             const auto* timing = static_cast<const s_ThumbTimingInfo*>(data);
             thumb = resolution(timing->width, timing->height);
         } else if ((number == msg::DetailTiming || number == msg::ChangedDetail) &&
@@ -61,22 +64,22 @@ struct Sent
         } else if (number == msg::Confirmation && size == sizeof(Model::s_MessageBoxRequest)) {
             confirm = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
         } else if (number == msg::MessageBox && size == sizeof(Model::s_MessageBoxRequest)) {
-            warning = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
+            now.warning = QString::fromUtf8(static_cast<const Model::s_MessageBoxRequest*>(data)->text);
         } else if (number == msg::ShowWaiting || number == msg::HideWaiting) {
             waiting = number == msg::ShowWaiting;
-            waitingShown += waiting ? 1 : 0;
+            now.waitingShown += waiting ? 1 : 0;
         } else if ((number == msg::ThumbCheckResults || number == msg::DetailCheckResults) &&
                    size == sizeof(s_TimigCheckResultArry)) {
             verdicts = static_cast<int>(static_cast<const s_TimigCheckResultArry*>(data)->size());
         } else if (number == msg::AssessFailed && size == sizeof(std::int32_t)) {
-            failureCode = *static_cast<const std::int32_t*>(data);
+            now.failureCode = *static_cast<const std::int32_t*>(data);
         } else if (number == msg::WriteThumb) {
-            thumbWrite = true;
+            now.thumbWrite = true;
         }
     }
 };
 
-QVariant item(QQuickWindow* window, const char* name, const char* property)
+QVariant item(QQuickWindow* window, const char* name, const char* property = "text")
 {
     const auto* found = window->findChild<QObject*>(QString::fromLatin1(name));
     return found == nullptr ? QVariant() : found->property(property);
@@ -96,7 +99,7 @@ QList<QQuickItem*> items(QQuickItem* under, const QString& name)
 }
 
 // The outcome of the given kind whose text holds the given words, if any.
-bool hasOutcome(const page::PageBridge& bridge, const QString& kind, const QString& words = {})
+bool hasOutcome(const page::PageBridge& bridge, const char* kind, const QString& words = {})
 {
     for (const QVariant& entry : bridge.outcomes()) {
         const QVariantMap outcome = entry.toMap();
@@ -156,74 +159,64 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
             // Nothing read from the device yet, though it has interfaces: the page says so.
             EXPECT_EQ(item(window, "interfaceList", "count").toInt(), 0);
             EXPECT_TRUE(item(window, "noInterfaces", "visible").toBool());
-            EXPECT_TRUE(item(window, "noInterfaces", "text").toString().startsWith(QStringLiteral("Nothing")));
+            EXPECT_TRUE(item(window, "noInterfaces").toString().startsWith(QStringLiteral("Nothing")));
             for (std::size_t step = 0; step < scenario.steps.size(); ++step) {
                 SCOPED_TRACE(scenario.steps[step].name + " " + std::to_string(step));
                 // An answer closes the box whatever the component does next.
                 if (scenario.steps[step].action == sim::Action::Answer)
                     sent.confirm.reset();
                 // The bandwidth box takes no answer: the next step closes it, sending nothing.
-                const bool boxLeft = sent.warning.has_value();
-                sent.warning.reset();
-                sent.waitingShown = 0;
-                sent.failureCode.reset();
-                sent.thumbWrite = false;
-                sent.committed = false;
+                const bool boxLeft = sent.now.warning.has_value();
+                sent.now = {};
                 const bool fails = row.fails == step;
                 EXPECT_EQ(session.bridge().playNext(), !fails);
                 QCoreApplication::processEvents();
                 const auto shows = [window](const char* name, const std::optional<QString>& start) {
-                    return !start || item(window, name, "text").toString().startsWith(*start);
+                    return !start || item(window, name).toString().startsWith(*start);
                 };
                 EXPECT_TRUE(shows("thumbTiming", sent.thumb));
                 EXPECT_TRUE(shows("detailTiming", sent.detail));
                 EXPECT_EQ(item(window, "confirmBox", "visible").toBool(), sent.confirm.has_value());
-                EXPECT_TRUE(!sent.confirm || item(window, "confirmText", "text").toString() == *sent.confirm);
-                EXPECT_EQ(item(window, "warningBox", "visible").toBool(), sent.warning.has_value());
-                EXPECT_TRUE(!sent.warning || item(window, "warningText", "text").toString() == *sent.warning);
+                EXPECT_TRUE(!sent.confirm || item(window, "confirmText").toString() == *sent.confirm);
+                EXPECT_EQ(item(window, "warningBox", "visible").toBool(), sent.now.warning.has_value());
+                EXPECT_TRUE(!sent.now.warning || item(window, "warningText").toString() == *sent.now.warning);
                 EXPECT_EQ(item(window, "waitingIndicator", "visible").toBool(), sent.waiting);
                 EXPECT_EQ(item(window, "verdictList", "count").toInt(), sent.verdicts.value_or(0));
                 // Numbered from 0, as the trace is.
-                EXPECT_TRUE(
-                    item(window, "status", "text")
-                        .toString()
-                        .startsWith(
-                            QStringLiteral("Step %1 (steps 0 to %2)").arg(step).arg(scenario.steps.size() - 1)));
+                const QString status = item(window, "status").toString();
+                EXPECT_TRUE(status.startsWith(
+                    QStringLiteral("Step %1 (steps 0 to %2)").arg(step).arg(scenario.steps.size() - 1)));
 
                 // What the step did, in words on the page.
                 const bool expects = scenario.steps[step].expect || scenario.steps[step].warnings;
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("passed")), expects && !fails);
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("failed")), fails);
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("difference"), QStringLiteral("0xFC")), fails);
+                EXPECT_EQ(hasOutcome(bridge, "passed"), expects && !fails);
+                EXPECT_EQ(hasOutcome(bridge, "failed"), fails);
+                EXPECT_EQ(hasOutcome(bridge, "difference", "0xFC"), fails);
                 // Three differences shown, the rest counted.
                 const int more = static_cast<int>(session.player().lastOutcome().differences.size()) - 3;
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("difference"), QStringLiteral("and %1 more").arg(more)),
-                          more > 0);
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("info"), QStringLiteral("bandwidth box was closed")),
-                          boxLeft);
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("waiting"), QStringLiteral("shown and hidden")),
-                          sent.waitingShown > 0 && !sent.waiting);
-                EXPECT_TRUE(!sent.failureCode || hasOutcome(bridge, QStringLiteral("failure"),
-                                                            QStringLiteral("code %1").arg(*sent.failureCode)));
+                EXPECT_EQ(hasOutcome(bridge, "difference", QStringLiteral("and %1 more").arg(more)), more > 0);
+                EXPECT_EQ(hasOutcome(bridge, "info", "bandwidth box was closed"), boxLeft);
+                EXPECT_EQ(hasOutcome(bridge, "waiting", "shown and hidden"),
+                          sent.now.waitingShown > 0 && !sent.waiting);
+                EXPECT_TRUE(!sent.now.failureCode ||
+                            hasOutcome(bridge, "failure", QStringLiteral("code %1").arg(*sent.now.failureCode)));
                 if (scenario.steps[step].action == sim::Action::Pump) {
-                    EXPECT_EQ(hasOutcome(bridge, QStringLiteral("failure"), QStringLiteral("reached the page")),
+                    EXPECT_EQ(hasOutcome(bridge, "failure", "reached the page"),
                               scenario.name == "a failed assessment");
                 }
                 const sim::Device& device = session.player().device().state();
                 const bool taken = device.thumbCommitAnswer == std::optional<std::uint8_t>(0) && device.writesApply;
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("done"), QStringLiteral("wrote the thumb")),
-                          sent.thumbWrite && taken);
-                EXPECT_EQ(hasOutcome(bridge, QStringLiteral("failure"), QStringLiteral("thumb timing")),
-                          sent.thumbWrite && !taken);
+                EXPECT_EQ(hasOutcome(bridge, "done", "wrote the thumb"), sent.now.thumbWrite && taken);
+                EXPECT_EQ(hasOutcome(bridge, "failure", "thumb timing"), sent.now.thumbWrite && !taken);
                 // A write the device did not take, which the component commits anyway.
-                EXPECT_TRUE(!sent.thumbWrite || bridge.thumbNote().isEmpty() == (taken || !sent.committed));
+                EXPECT_TRUE(!sent.now.thumbWrite || bridge.thumbNote().isEmpty() == (taken || !sent.now.committed));
 
                 // Labels that say what they show, whole.
                 EXPECT_TRUE(
                     shows("notice", bridge.notice().isEmpty() ? QStringLiteral("-") : QStringLiteral("word 0: ")));
-                const QList<QQuickItem*> labels = items(window->contentItem(), QStringLiteral("interfaceLabel"));
+                const QList<QQuickItem*> labels = items(window->contentItem(), "interfaceLabel");
                 EXPECT_EQ(labels.size(), bridge.interfaces().size());
-                for (QQuickItem* label : labels + items(window->contentItem(), QStringLiteral("candidateLabel"))) {
+                for (QQuickItem* label : labels + items(window->contentItem(), "candidateLabel")) {
                     EXPECT_TRUE(label->property("text").toString().contains(
                         QRegularExpression(QStringLiteral("^(Interface \\d+: |device: |EDID: )"))));
                     EXPECT_FALSE(label->property("truncated").toBool())
@@ -243,12 +236,10 @@ TEST(Page, EveryStepShowsWhatTheComponentSent)
                           candidates->property("contentHeight").toReal() > candidates->height());
                 const bool elsewhere =
                     !bridge.verdictsOf().isEmpty() && bridge.verdictsInterface() != bridge.currentInterface();
+                const QString title = item(window, "verdictBox", "title").toString();
                 EXPECT_TRUE(bridge.verdictsOf().isEmpty() ||
-                            item(window, "verdictBox", "title")
-                                .toString()
-                                .endsWith(QString::number(bridge.verdictsInterface())));
-                const QList<QQuickItem*> notCurrent =
-                    items(window->contentItem(), QStringLiteral("verdictsNotCurrent"));
+                            title.endsWith(QString::number(bridge.verdictsInterface())));
+                const QList<QQuickItem*> notCurrent = items(window->contentItem(), "verdictsNotCurrent");
                 EXPECT_TRUE(notCurrent.size() == 1 && notCurrent.front()->isVisible() == elsewhere);
             }
             EXPECT_FALSE(session.bridge().playNext());
@@ -277,19 +268,16 @@ TEST(Page, GermanShowsTheLibrarysAndThePagesOwnTexts)
         ASSERT_TRUE(session.open(EDIDVM_PLUGIN_PATH));
         QQuickWindow* window = session.window();
         EXPECT_EQ(window->title(), QStringLiteral("Ausgabe-Timing"));
-        EXPECT_TRUE(item(window, "noInterfaces", "text").toString().startsWith(QStringLiteral("Vom Gerät")));
+        EXPECT_TRUE(item(window, "noInterfaces").toString().startsWith(QStringLiteral("Vom Gerät")));
         while (session.bridge().nextStep() < session.bridge().stepCount())
             session.bridge().playNext();
         QCoreApplication::processEvents();
-        EXPECT_TRUE(
-            item(window, "status", "text").toString().startsWith(QStringLiteral("Schritt 2 (Schritte 0 bis 2)")));
+        EXPECT_TRUE(item(window, "status").toString().startsWith(QStringLiteral("Schritt 2 (Schritte 0 bis 2)")));
         // The library's waiting text inside the page's own sentence.
-        EXPECT_TRUE(
-            hasOutcome(session.bridge(), QStringLiteral("waiting"), QStringLiteral("Warteanzeige („Wird geladen")));
+        EXPECT_TRUE(hasOutcome(session.bridge(), "waiting", "Warteanzeige („Wird geladen"));
         // The page's words around the trace's lines.
-        EXPECT_TRUE(hasOutcome(session.bridge(), QStringLiteral("difference"),
-                               QStringLiteral("fehlt: 0xFC020611 CommittedThumb")));
-        EXPECT_TRUE(hasOutcome(session.bridge(), QStringLiteral("difference"), QStringLiteral("weitere, im Trace")));
+        EXPECT_TRUE(hasOutcome(session.bridge(), "difference", "fehlt: 0xFC020611 CommittedThumb"));
+        EXPECT_TRUE(hasOutcome(session.bridge(), "difference", "weitere, im Trace"));
         session.bridge().selectInterface(5);
         EXPECT_EQ(session.bridge().status(), QStringLiteral("Schnittstelle 5 zur aktuellen gemacht"));
         session.close();
@@ -335,7 +323,7 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
     page::PageBridge& bridge = session.bridge();
     QCoreApplication::processEvents();
     EXPECT_TRUE(item(window, "noInterfaces", "visible").toBool());
-    EXPECT_EQ(item(window, "currentInterface", "text").toString(), QStringLiteral("no interface chosen"));
+    EXPECT_EQ(item(window, "currentInterface").toString(), QStringLiteral("no interface chosen"));
 
     bridge.selectInterface(2147483647);
     bridge.checkTimings();
@@ -352,7 +340,7 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
     QCoreApplication::processEvents();
     EXPECT_EQ(bridge.verdictsOf(), QStringLiteral("thumb"));
     EXPECT_TRUE(item(window, "noVerdicts", "visible").toBool());
-    const QList<QQuickItem*> title = items(window->contentItem(), QStringLiteral("verdictTitle"));
+    const QList<QQuickItem*> title = items(window->contentItem(), "verdictTitle");
     ASSERT_EQ(title.size(), 1);
     EXPECT_TRUE(title.front()->property("text").toString().endsWith(QStringLiteral(" 2147483647")));
     EXPECT_FALSE(title.front()->property("truncated").toBool());
@@ -372,7 +360,7 @@ TEST(PageBridge, WhatCannotBeShownLeavesAnEmptyState)
     std::memcpy(box.text + sizeof box.text - 1, "\xC3", 1);
     bridge.received(msg::Confirmation, &box, sizeof box);
     QCoreApplication::processEvents();
-    EXPECT_EQ(item(window, "confirmText", "text").toString(), QString(sizeof box.text - 1, QLatin1Char('x')));
+    EXPECT_EQ(item(window, "confirmText").toString(), QString(sizeof box.text - 1, QLatin1Char('x')));
     EXPECT_EQ(bridge.pendingBox(), 35);
     EXPECT_EQ(session.close(), 0);
     EXPECT_NE(traceOf(out).find("the page closed while box 35 waited for an answer"), std::string::npos);

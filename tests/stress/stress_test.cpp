@@ -14,7 +14,6 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 namespace msg = LCD::MessageId;
@@ -31,7 +30,6 @@ constexpr std::uint32_t SetCurrent = msg::SetCurrentInterface;
 constexpr std::uint32_t InterfaceType = msg::InterfaceType;
 constexpr std::uint32_t GetTiming = msg::RefreshTiming;
 constexpr std::uint32_t BoxAnswer = msg::BoxAnswer;
-constexpr std::uint32_t ThumbWrite = msg::WriteThumb, ReferenceWrite = msg::WriteReference;
 constexpr int Records = 4;
 constexpr int Event = kpf::MessageKindEvent;
 
@@ -130,20 +128,6 @@ protected:
         return id;
     }
 
-    // The choices the last write with this number stored, as (interface,
-    // timing bytes).
-    std::vector<std::pair<int, Bytes>> lastWrite(std::uint32_t number) const
-    {
-        std::vector<std::pair<int, Bytes>> choices;
-        if (number == ThumbWrite && !device.thumbWritten.empty())
-            for (const auto& t : device.thumbWritten.back())
-                choices.push_back({t.interfaceId, bytesOf(t.stThumbTiming)});
-        if (number == ReferenceWrite && !device.referenceWritten.empty())
-            for (const auto& t : device.referenceWritten.back())
-                choices.push_back({t.interfaceId, bytesOf(t.stTimingDetail)});
-        return choices;
-    }
-
     // Delivery number `step` of the mix; a type reply, once routed, names a record.
     void deliverOne(int step)
     {
@@ -216,12 +200,14 @@ TEST_P(StressTest, MixedDeliveriesRacingTheStartLeaveASequentialState)
     device.forget(); // the threads are done
     host.deliver(component, Event, BoxAnswer, 556, &traffic.answers[0]);
     host.deliver(component, Event, BoxAnswer, 556, &traffic.answers[1]);
-    for (std::uint32_t number : {ThumbWrite, ReferenceWrite}) {
-        const std::vector<std::pair<int, Bytes>> written = lastWrite(number);
-        ASSERT_EQ(written.size(), 1u) << std::hex << number;
-        EXPECT_TRUE(written[0].first >= 1 && written[0].first <= Records);
-        EXPECT_EQ(whole.count(written[0].second), 1u) << std::hex << number;
-    }
+    // Each kind's last write stored one choice, of a record, sent whole.
+    const auto lastWrite = [&](const auto& writes, auto timing) {
+        ASSERT_TRUE(!writes.empty() && writes.back().size() == 1u);
+        EXPECT_TRUE(writes.back()[0].interfaceId >= 1 && writes.back()[0].interfaceId <= Records);
+        EXPECT_EQ(whole.count(bytesOf(writes.back()[0].*timing)), 1u);
+    };
+    lastWrite(device.thumbWritten, &s_InterfaceThumbTiming::stThumbTiming);
+    lastWrite(device.referenceWritten, &s_InterfacePresetTiming::stTimingDetail);
     // The numbers route as they should.
     host.deliver(component, Event, SetCurrent, 840, &traffic.records[2]);
     EXPECT_EQ(currentRecord(), 3);
@@ -294,7 +280,7 @@ public:
         const std::uint32_t number = kpf::wireWord(event->number());
         t_log->shown += number == msg::ShowWaiting;
         t_log->hidden += number == msg::HideWaiting;
-        if (number == ReferenceWrite)
+        if (number == msg::WriteReference)
             t_log->references.push_back(bytesOf(
                 static_cast<const std::vector<s_InterfacePresetTiming>*>(event->data())->front().stTimingDetail));
     }

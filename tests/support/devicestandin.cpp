@@ -19,20 +19,8 @@ using namespace LCD::ProtoModel::Subcard;
 using host::Bytes;
 using LCD::GlobalMessageHander::QueryInfo;
 
-namespace {
-constexpr std::uint32_t InterfaceDetail = msg::InterfaceDetail;
-constexpr std::uint32_t Screens = msg::Screens;
-constexpr std::uint32_t Subcards = msg::Subcards;
-constexpr std::uint32_t DeviceParam = msg::DeviceParam;
-constexpr std::uint32_t SelectedInterface = msg::SelectedInterface;
-constexpr std::uint32_t Assess = msg::Assess;
-constexpr std::uint32_t WriteThumb = msg::WriteThumb;
-constexpr std::uint32_t WriteReference = msg::WriteReference;
-constexpr std::uint32_t ThumbCheck = msg::ThumbCheck;
-constexpr std::uint32_t DetailCheck = msg::DetailCheck;
 // A list sent by value travels as the vector object itself.
 constexpr int VectorObjectSize = 24;
-} // namespace
 
 Parameters DeviceStandIn::readPlainly(const LCD::GlobalMessageHander::QueryFilter& filter)
 {
@@ -47,52 +35,41 @@ void DeviceStandIn::install(host::Host& host, unsigned services)
     m_host = &host;
     host::CommandDispatcher& commands = host.commands();
     if (services & InterfaceQuery)
-        commands.setResponder(InterfaceDetail,
+        commands.setResponder(msg::InterfaceDetail,
                               [this](const kpf::IMessage& command) { return answerInterfaces(command); });
     if (services & ScreenQuery)
-        commands.setResponder(Screens, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
+        commands.setResponder(msg::Screens, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
             if (auto* query = host::payloadAddress<QueryInfo<s_ScreenDetail>>(command)) {
-                if (readFilter) {
-                    Parameters params = readFilter(query->filter);
-                    if (keeping) {
-                        std::lock_guard<std::mutex> lock(m_mutex);
-                        screenFiltersSeen.push_back(std::move(params));
-                    }
-                }
+                if (readFilter)
+                    keep(screenFiltersSeen, readFilter(query->filter));
                 query->info.stScreenDetailInfoArry = screens;
             }
             return std::nullopt;
         });
     if (services & SubcardQuery)
-        commands.setResponder(Subcards, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
+        commands.setResponder(msg::Subcards, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
             if (auto* query = host::payloadAddress<QueryInfo<s_SubcardQuery>>(command)) {
-                if (keeping) {
-                    std::lock_guard<std::mutex> lock(m_mutex);
-                    subcardRequestsSeen.push_back(query->info.request);
-                }
+                keep(subcardRequestsSeen, query->info.request);
                 query->info.stSubcardInfoArry = subcards;
             }
             return std::nullopt;
         });
     // The device's parameter and its selected interface go unanswered.
     if (services & Selections)
-        for (std::uint32_t number : {DeviceParam, SelectedInterface})
+        for (std::uint32_t number : {msg::DeviceParam, msg::SelectedInterface})
             commands.setResponder(number, [](const kpf::IMessage&) { return std::optional<Bytes>(); });
     // Every assessment is carried out and raises no code.
     if (services & Assessment)
-        commands.setResponder(Assess, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{1}); });
+        commands.setResponder(msg::Assess, [](const kpf::IMessage&) { return std::optional<Bytes>(Bytes{1}); });
     // The payload is the vector object, readable while the command lasts.
     if (services & ThumbWrite)
-        commands.setResponder(WriteThumb, [this](const kpf::IMessage& command) {
-            const void* data = command.size() == VectorObjectSize ? command.data() : nullptr;
-            if (keeping && data != nullptr) {
-                std::lock_guard<std::mutex> lock(m_mutex);
-                thumbWritten.push_back(*static_cast<const std::vector<s_InterfaceThumbTiming>*>(data));
-            }
+        commands.setResponder(msg::WriteThumb, [this](const kpf::IMessage& command) {
+            if (command.size() == VectorObjectSize && command.data() != nullptr)
+                keep(thumbWritten, *static_cast<const std::vector<s_InterfaceThumbTiming>*>(command.data()));
             return thumbWriteReply;
         });
     if (services & TimingCheck)
-        for (std::uint32_t number : {ThumbCheck, DetailCheck})
+        for (std::uint32_t number : {msg::ThumbCheck, msg::DetailCheck})
             commands.setResponder(number, [this](const kpf::IMessage& command) -> std::optional<Bytes> {
                 if (auto* query = host::payloadAddress<QueryInfo<s_TimigCheckQuery>>(command))
                     answerChecks(query->info);
@@ -100,10 +77,8 @@ void DeviceStandIn::install(host::Host& host, unsigned services)
             });
     // The reference write is an event: read its list while the send lasts.
     host.recorder().setHook([this](const host::SentMessage& sent, const void* data) {
-        if (keeping && sent.number == WriteReference && sent.size == VectorObjectSize && data != nullptr) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            referenceWritten.push_back(*static_cast<const std::vector<s_InterfacePresetTiming>*>(data));
-        }
+        if (sent.number == msg::WriteReference && sent.size == VectorObjectSize && data != nullptr)
+            keep(referenceWritten, *static_cast<const std::vector<s_InterfacePresetTiming>*>(data));
         if (onSent)
             onSent(sent, data);
     });
@@ -127,10 +102,7 @@ std::optional<Bytes> DeviceStandIn::answerInterfaces(const kpf::IMessage& comman
     }
     // A filter must empty the map before its key goes in.
     const Parameters params = readFilter(query->filter);
-    if (keeping) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        interfaceFiltersSeen.push_back(params);
-    }
+    keep(interfaceFiltersSeen, params);
     const auto wanted = params.find("interfaceId");
     for (const s_InterfaceList& entry : interfaces)
         if (wanted == params.end() || wanted->second == std::to_string(entry.interfaceId))
@@ -143,7 +115,6 @@ void DeviceStandIn::answerChecks(s_TimigCheckQuery& query)
     if (keeping) {
         std::lock_guard<std::mutex> lock(m_mutex);
         thumbChecksSeen = query.stThumbCheckArry;
-        detailChecksSeen = query.stDetailCheckArry;
     }
     if (passingFrameRates.empty()) {
         query.stCheckResultArry = checkResults;
@@ -162,7 +133,7 @@ void DeviceStandIn::forget()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto clear = [](auto&... lists) { (lists.clear(), ...); };
-    clear(thumbChecksSeen, detailChecksSeen, interfaceFiltersSeen, screenFiltersSeen, subcardRequestsSeen, thumbWritten,
+    clear(thumbChecksSeen, interfaceFiltersSeen, screenFiltersSeen, subcardRequestsSeen, thumbWritten,
           referenceWritten);
 }
 

@@ -19,6 +19,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace edidvm {
@@ -76,8 +77,7 @@ public:
 
     // What it saw, written under a lock on whichever thread sends: read it
     // once the sends are done.
-    std::vector<LCD::ProtoModel::Interface::s_ThumbTimigCheck> thumbChecksSeen;   // the last check's
-    std::vector<LCD::ProtoModel::Interface::s_DetailTimigCheck> detailChecksSeen; // the last check's
+    std::vector<LCD::ProtoModel::Interface::s_ThumbTimigCheck> thumbChecksSeen; // the last check's thumbs
     std::vector<Parameters> interfaceFiltersSeen;
     std::vector<Parameters> screenFiltersSeen;
     std::vector<std::int32_t> subcardRequestsSeen;
@@ -87,6 +87,14 @@ public:
 private:
     std::optional<host::Bytes> answerInterfaces(const kpf::IMessage& command);
     void answerChecks(LCD::ProtoModel::Interface::s_TimigCheckQuery& query);
+    template <typename List, typename Item>
+    void keep(List& seen, Item&& item)
+    {
+        if (keeping) {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            seen.push_back(std::forward<Item>(item));
+        }
+    }
 
     host::Host* m_host = nullptr;
     std::mutex m_mutex;
