@@ -20,14 +20,14 @@ jobs=$(( $(nproc) < 2 ? $(nproc) : 2 ))
 
 echo "== fuzz: clang build in $build"
 # Every target is instrumented (the libraries with coverage, not libFuzzer's
-# main); the plug-in, linked with -z defs, takes the sanitizer runtime as a
-# shared library since it cannot carry the static one. The fuzz build brings
+# main); the plug-in and the probe, linked with -z defs, take the sanitizer
+# runtime as a shared library since they cannot carry the static one. The fuzz build brings
 # in the simulator's decoder and reader libraries, not the simulator.
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DEDIDVM_BUILD_FUZZ=ON -DEDIDVM_BUILD_TESTS=OFF -DEDIDVM_BUILD_BENCH=OFF -DEDIDVM_BUILD_SIM=OFF \
   -DEDIDVM_SANITIZE=address,undefined \
   -DCMAKE_CXX_FLAGS="-fsanitize=fuzzer-no-link" \
-  -DCMAKE_SHARED_LINKER_FLAGS="-shared-libsan"
+  -DCMAKE_SHARED_LINKER_FLAGS="-shared-libsan" -DCMAKE_MODULE_LINKER_FLAGS="-shared-libsan"
 cmake --build "$build" -j "$jobs"
 
 # Seeds from the repository, named after where they come from. The runs
