@@ -143,7 +143,7 @@ QJsonObject awaitReport(host::Host& host, const QString& dir)
             QFile file(QDir(dir).filePath(files.front()));
             if (file.open(QIODevice::ReadOnly)) {
                 const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
-                if (at(report, "probe/state").toString() == "finished")
+                if (at(report, "report/probe/state").toString() == "finished")
                     return report;
             }
         }
@@ -197,16 +197,16 @@ TEST_P(ProbeTest, ReportsWhatTheHostDidAndSendsOnlyReadOnlyQueries)
     ASSERT_FALSE(report.isEmpty()) << "the probe wrote no finished report in time";
 
     std::vector<std::string> variations, outside;
-    for (const QJsonValue& entry : report["variations"].toArray())
+    for (const QJsonValue& entry : at(report, "report/variations").toArray())
         variations.push_back(entry["name"].toString().toStdString());
-    for (const QJsonValue& entry : report["outside"].toArray())
+    for (const QJsonValue& entry : at(report, "report/outside").toArray())
         outside.push_back(entry.toString().toStdString());
     EXPECT_EQ(variations, row.variations) << QJsonDocument(report).toJson().toStdString();
-    ASSERT_EQ(outside.size(), row.outside.size()) << QJsonDocument(report["outside"].toArray()).toJson().toStdString();
+    ASSERT_EQ(outside.size(), row.outside.size()) << QJsonDocument(at(report, "report/outside").toArray()).toJson().toStdString();
     for (std::size_t i = 0; i < outside.size(); ++i)
         EXPECT_EQ(outside[i].rfind(row.outside[i], 0), 0u) << outside[i];
     for (const auto& field : row.fields)
-        EXPECT_EQ(at(report, field.first).toVariant().toString().toStdString(), field.second) << field.first;
+        EXPECT_EQ(at(report, "report/" + field.first).toVariant().toString().toStdString(), field.second) << field.first;
     EXPECT_EQ(host.keptEnvelopesChanged(), "");
 
     std::set<std::uint32_t> queried;
