@@ -110,9 +110,15 @@ bool Measurement::write(const QString& pending)
         {"device", m_device.json.contains("interfaces") ? m_device.json : QJsonObject{{"interfaces", QJsonArray()}}},
         {"steps", m_steps},
         {"report", m_report}};
-    const QJsonArray variations = m_report["variations"].toArray();
-    if (variations.size() == 1)
-        scenario["host"] = QJsonObject{{"variation", variations.first()["name"]}};
+    // The one variation the host showed; answer-elsewhere lends payloads
+    // on our host too, so the pair is that one.
+    QStringList names;
+    for (const QJsonValue& variation : m_report["variations"].toArray())
+        names.append(variation["name"].toString());
+    if (names == QStringList{"lent-payloads", "answer-elsewhere"})
+        names.removeFirst();
+    if (names.size() == 1)
+        scenario["host"] = QJsonObject{{"variation", names.first()}};
     const QByteArray text = QJsonDocument(scenario).toJson();
     if (text.size() > CaptureCapBytes)
         return false;
