@@ -35,7 +35,7 @@ std::string commandsHelp()
 {
     return "Commands:\n"
            "  edidsim [--plugin PATH] [--also PATH]... [--json] [--junit FILE] [--require-checks] "
-           "[--host-variation NAME | --host-profile REPORT] [SCENARIO...]\n"
+           "[--host-variation NAME] [--host-profile REPORT] [SCENARIO...]\n"
            "      play scenarios (a probe's report is one) and trace every message (the default command; options "
            "above)\n"
            "  edidsim --bless [--plugin PATH] [--host-variation NAME] SCENARIO...\n"

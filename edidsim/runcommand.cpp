@@ -291,8 +291,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     app.add_option("--also", also,
                    "load this plug-in too, beside --plugin, as a device's host loads several (repeatable); its "
                    "components are started and answered but not traced")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->allow_extra_args(false);
     std::string profile;
     app.add_option("--host-profile", profile,
                    "a probe's report: play each scenario once under every host variation it lists")
