@@ -128,6 +128,11 @@ bool Measurement::write(const QString& pending)
 
 void Measurement::capture()
 {
+    if (m_session.stopping()) {
+        m_capture = QJsonObject{{"state", "not started"}, {"why", "the probe was stopped before it got there"}};
+        write();
+        return;
+    }
     if (m_fanOutTries == 0 || m_fanOutBoth != m_fanOutTries) {
         m_capture = QJsonObject{
             {"state", "not started"},
