@@ -37,6 +37,11 @@ std::string commandHint(const std::string& word);
 // the arguments an error and a summary record. Returns the exit status.
 int refuseCommandLine(int argc, char** argv, const std::string& message);
 
+// The host variations a probe report lists, in its order; empty and why
+// ("FILE: what is missing") when the file is not a probe report or names
+// a variation our host does not know.
+std::vector<std::string> readHostProfile(const std::string& file, std::string* refusal);
+
 // edidsim [options] [SCENARIO...]: plays scenarios and prints the trace.
 int runCommand(int argc, char** argv, const Defaults& defaults);
 // edidsim --bless SCENARIO...: plays each scenario, read whole beforehand,

@@ -34,9 +34,10 @@ namespace edidsim {
 std::string commandsHelp()
 {
     return "Commands:\n"
-           "  edidsim [--plugin PATH] [--json] [--junit FILE] [--require-checks] [--host-variation NAME] "
-           "[SCENARIO...]\n"
-           "      play scenarios and trace every message (the default command; options above)\n"
+           "  edidsim [--plugin PATH] [--also PATH]... [--json] [--junit FILE] [--require-checks] "
+           "[--host-variation NAME] [--host-profile REPORT] [SCENARIO...]\n"
+           "      play scenarios (a probe's report is one) and trace every message (the default command; options "
+           "above)\n"
            "  edidsim --bless [--plugin PATH] [--host-variation NAME] SCENARIO...\n"
            "      play each scenario and write what came into it as its expectations\n"
            "  edidsim --format SCENARIO...\n"

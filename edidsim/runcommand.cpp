@@ -5,6 +5,7 @@
 
 #include "edidsim/commands.h"
 #include "edidsim/junitreport.h"
+#include "framework/componentinfo.h"
 #include "host/host.h"
 #include "host/variation.h"
 #include "sim/exitstatus.h"
@@ -135,6 +136,15 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
                        joined(variations);
             },
             "NAME", "a host variation"));
+    std::vector<std::string> also;
+    app.add_option("--also", also,
+                   "load this plug-in too, beside --plugin, as a device's host loads several (repeatable); its "
+                   "components are started and answered but not traced")
+        ->allow_extra_args(false);
+    std::string profile;
+    app.add_option("--host-profile", profile,
+                   "a probe's report: play each scenario once under every host variation it lists")
+        ->excludes("--host-variation");
     app.add_flag("--messages-markdown", markdown, "print the message reference (docs/messages.md) and exit");
     bool bless = false;
     bool format = false;
@@ -152,7 +162,9 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
         ->excludes("--junit")
         ->excludes("--require-checks")
         ->excludes("--plugin")
-        ->excludes("--host-variation");
+        ->excludes("--host-variation")
+        ->excludes("--host-profile")
+        ->excludes("--also");
     app.set_version_flag("--version", std::string("edidsim ") + EDIDVM_VERSION);
     app.footer("Exit status, the worst of all scenarios: 0 every expectation met (or nothing expected), 1 an "
                "expectation not met (or, with --require-checks, nothing expected), 2 a bad scenario or command line "
@@ -230,6 +242,32 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
     if (bless)
         return blessScenarios(scenarios, plugin);
 
+    // Under a host profile, each scenario once on every variation it lists.
+    std::vector<std::string> labels = files;
+    if (!profile.empty()) {
+        std::string refusal;
+        const std::vector<std::string> names = readHostProfile(profile, &refusal);
+        if (names.empty()) {
+            traceError(trace, BadInput, refusal);
+            traceSummary(trace, totals, BadInput);
+            return BadInput;
+        }
+        std::vector<Scenario> runs;
+        labels.clear();
+        for (const Scenario& scenario : scenarios) {
+            for (const std::string& name : names) {
+                runs.push_back(scenario);
+                runs.back().host.variation = name;
+                labels.push_back(scenario.file + " [" + name + "]");
+            }
+        }
+        scenarios = std::move(runs);
+        totals.scenarios = scenarios.size();
+        report.cases.clear();
+        for (const std::string& label : labels)
+            report.cases.push_back({label, JunitCase::Outcome::Skipped, "not played: the run stopped before it", ""});
+    }
+
     std::optional<TraceLog> log(std::in_place, trace);
 
     // Each scenario on a freshly loaded plug-in, as the device starts it.
@@ -239,13 +277,27 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
         Tally tally;
         {
             host::Host host;
-            if (!host.load(plugin)) {
+            if (!profile.empty())
+                trace.heading("host variation " + scenario.host.variation + " from " + profile,
+                              {{"type", "hostProfile"},
+                               {"report", profile},
+                               {"variation", scenario.host.variation},
+                               {"file", scenario.file}});
+            bool loaded = host.load(plugin);
+            for (std::size_t extra = 0; loaded && extra < also.size(); ++extra)
+                loaded = host.loadAlso(also[extra]);
+            if (!loaded) {
                 log.reset();
                 traceError(trace, PluginNotLoaded, host.error());
-                report.cases[i] = {scenario.file, JunitCase::Outcome::Error, "the plug-in does not load",
+                report.cases[i] = {labels[i], JunitCase::Outcome::Error, "the plug-in does not load",
                                    host.error() + "\n"};
                 traceSummary(trace, totals, PluginNotLoaded);
                 return PluginNotLoaded;
+            }
+            for (std::size_t library = 1; library < host.libraries(); ++library) {
+                const kpf::PluginInfo* info = host.pluginInfo(library);
+                trace.note("also loaded " + host.path(library) + ": " +
+                           (info != nullptr && info->name != nullptr ? info->name : "(no name)"));
             }
             Player player(host, scenario, trace);
             player.run();
@@ -261,12 +313,13 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
             outcome = Outcome::Failed;
             why = "nothing is checked: no step has \"expect\" or \"warnings\"";
         }
-        traceResult(trace, scenario.file, outcome, tally);
+        const std::string& label = labels[i];
+        traceResult(trace, scenario.file, outcome, tally, profile.empty() ? "" : scenario.host.variation);
         if (!json && !why.empty())
-            std::fprintf(stderr, "edidsim: %s: %s\n", scenario.file.c_str(), why.c_str());
+            std::fprintf(stderr, "edidsim: %s: %s\n", label.c_str(), why.c_str());
 
         JunitCase& item = report.cases[i];
-        item = {scenario.file, JunitCase::Outcome::Passed, why, failures};
+        item = {label, JunitCase::Outcome::Passed, why, failures};
         if (outcome == Outcome::Failed) {
             item.outcome = JunitCase::Outcome::Failed;
             status = ExpectationsNotMet;
@@ -275,7 +328,7 @@ int runCommand(int argc, char** argv, const Defaults& defaults)
             item.message = outcome == Outcome::Unchecked ? "unchecked: no step has an expectation"
                                                          : "a demonstration: nothing is expected";
         }
-        totals.add(scenario.file, outcome, tally);
+        totals.add(label, outcome, tally);
     }
     log.reset();
 

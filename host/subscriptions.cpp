@@ -26,6 +26,14 @@ int Subscriptions::subscribe(Channel channel, int number, const std::string& sen
 {
     kpf::IMessageHandler* component = t_startingComponent;
     std::lock_guard<std::mutex> lock(m_mutex);
+    if (component != nullptr) {
+        m_byName.emplace(sender, component);
+    } else {
+        // Later, by a name a started component subscribed under, as hosts
+        // that key subscriptions by name take it.
+        const auto named = m_byName.find(sender);
+        component = named != m_byName.end() ? named->second : nullptr;
+    }
     m_calls.push_back({channel, kpf::wireWord(number), sender, component});
     if (component == nullptr)
         return -1;
@@ -51,6 +59,8 @@ std::vector<SubscribeCall> Subscriptions::calls() const
 void Subscriptions::forget(kpf::IMessageHandler* component)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto named = m_byName.begin(); named != m_byName.end();)
+        named = named->second == component ? m_byName.erase(named) : std::next(named);
     for (auto& entry : m_receivers) {
         auto& list = entry.second;
         list.erase(std::remove(list.begin(), list.end(), component), list.end());

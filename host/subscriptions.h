@@ -25,7 +25,7 @@ struct SubscribeCall
     Channel channel = Channel::Event;
     std::uint32_t number = 0;
     std::string sender;
-    kpf::IMessageHandler* component = nullptr; // null: no start in progress
+    kpf::IMessageHandler* component = nullptr; // null: not tied to one
 };
 
 // Who receives what. A subscription is tied to the component whose start
@@ -46,8 +46,9 @@ public:
         kpf::IMessageHandler* m_previous;
     };
 
-    // 0 when tied to a component, -1 when no start is in progress. A
-    // repeated subscription is logged but does not deliver twice.
+    // 0 when tied to a component: the one being started on this thread, or
+    // else the started one that subscribed under the same sender name; -1
+    // when neither. A repeated subscription does not deliver twice.
     int subscribe(Channel channel, int number, const std::string& sender);
     std::vector<kpf::IMessageHandler*> receivers(Channel channel, int number) const;
     std::vector<SubscribeCall> calls() const;
@@ -57,6 +58,7 @@ private:
     mutable std::mutex m_mutex;
     std::vector<SubscribeCall> m_calls;
     std::map<std::pair<Channel, int>, std::vector<kpf::IMessageHandler*>> m_receivers;
+    std::map<std::string, kpf::IMessageHandler*> m_byName; // the first started under each name
 };
 
 } // namespace host

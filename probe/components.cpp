@@ -7,13 +7,6 @@
 
 namespace Probe {
 
-namespace {
-bool isOwnNumber(std::uint32_t number)
-{
-    return (number & 0xFFFF0000u) == 0xE0D10000u;
-}
-} // namespace
-
 Receiver::Receiver(int component) : m_session(Session::attach()), m_component(component)
 {
     // Names of their own, so a host that keys subscriptions by name still
@@ -30,8 +23,11 @@ Receiver::~Receiver()
 
 const kpf::IMessage* Receiver::processMsg(int number, const kpf::IMessage* message)
 {
-    if (message != nullptr && !isOwnNumber(kpf::wireWord(number)))
+    if (message != nullptr && !isOwnNumber(kpf::wireWord(number))) {
         m_session->received(message, m_component, false, false);
+        if (m_component == 0 && isCaptured(kpf::wireWord(number)))
+            m_session->capture(*message);
+    }
     return MessageHandler::processMsg(number, message);
 }
 

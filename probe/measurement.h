@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// The measurements, in order, on the probe's own thread. Every wait is
-// bounded and gives way to a stop; only a host call that never returns can
-// hold the thread, and the report written before it says so.
+// The measurements, in order, on the probe's own thread, then the capture.
+// Every wait is bounded and gives way to a stop; only a host call that
+// never returns can hold the thread, and the report written before it says
+// so. The file is a scenario: the device's state as the queries read it,
+// the captured steps, and the measurements under "report".
 
+#include "probe/capture.h"
 #include "probe/report.h"
 #include "probe/session.h"
 
@@ -19,6 +22,20 @@
 #include <vector>
 
 namespace Probe {
+
+constexpr int QueryTries = 3;
+// The report file never grows past this; the capture stops there.
+constexpr int CaptureCapBytes = 1 << 20;
+constexpr int CapturePollMs = 20;
+constexpr int NotCapturedKept = 100; // events not captured, listed; the rest counted
+constexpr int PostWaitMs = 1000;     // for a posted event
+constexpr std::uint32_t DeviceParamNumber = 0xFC000004u;
+constexpr std::uint32_t SelectedInterfaceNumber = 0xFC08100Au;
+
+// The probe library's own path.
+QString libraryPath();
+// "3247 (the probe's thread)"
+QString threadName(long id, const Session& session);
 
 class Measurement
 {
@@ -51,15 +68,21 @@ private:
     void queries();
     QJsonObject replyQuery(std::uint32_t number);
     void configServices();
+    // The configuration services' answers in the device's subcards.
+    void subcardInDevice(std::int32_t subcard);
+    void tiedInDevice(std::int32_t subcard, const QJsonArray& tied);
     void deliveryThreads();
     void nesting();
     QJsonObject memory() const;
     void conclude();
+    // Subscribes the events to capture and writes each as a step, until stopped.
+    void capture();
 
     const DeliveryRecord* awaitOwn(std::uint32_t number, std::uint32_t seq, std::int64_t afterNs, int waitMs);
     int countOf(std::uint32_t number, int component) const;
     bool pause(int ms) const;
-    void write(const QString& pending = QString());
+    // false when the file would pass the cap.
+    bool write(const QString& pending = QString());
     void problem(const QString& text) { m_problems.append(text); }
 
     Session& m_session;
@@ -75,6 +98,10 @@ private:
     int m_elsewhere = 0, m_nulled = 0, m_ownEnvelope = 0;
     int m_nestedSends = 0, m_movingCommands = 0;
     int m_fanOutTries = 0, m_fanOutBoth = 0;
+    // The scenario: the device's state and the captured steps.
+    DeviceState m_device;
+    QJsonArray m_steps;
+    QJsonObject m_capture; // the capture's own account, in the report
 };
 
 } // namespace Probe

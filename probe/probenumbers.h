@@ -16,6 +16,11 @@ constexpr std::uint32_t FanOut = 0xE0D10004u;      // an event both components s
 
 } // namespace MessageId
 
+inline bool isOwnNumber(std::uint32_t number)
+{
+    return (number & 0xFFFF0000u) == 0xE0D10000u;
+}
+
 constexpr std::uint32_t PayloadMagic = 0xE0D1A55Au;
 
 // What every own message carries: the magic and the try's sequence number.

@@ -33,14 +33,14 @@ ReportFile::ReportFile(const QString& dir)
     m_path = QDir(dir).filePath(QStringLiteral("probe-%1-%2.json").arg(time).arg(getpid()));
 }
 
-void ReportFile::write(const QJsonObject& report)
+void ReportFile::write(const QByteArray& text)
 {
     QString problem;
     if (!QDir().mkpath(QFileInfo(m_path).absolutePath())) {
         problem = QStringLiteral("the directory cannot be made");
     } else {
         QSaveFile file(m_path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(report).toJson()) < 0 || !file.commit())
+        if (!file.open(QIODevice::WriteOnly) || file.write(text) < 0 || !file.commit())
             problem = file.errorString();
     }
     if (problem.isEmpty() || m_warned)

@@ -3,6 +3,7 @@
 
 // The report file and the small pieces every field of it is made of.
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QString>
 
@@ -23,7 +24,7 @@ class ReportFile
 public:
     explicit ReportFile(const QString& dir);
     // A file that cannot be written is logged once, naming its path.
-    void write(const QJsonObject& report);
+    void write(const QByteArray& text);
     const QString& path() const { return m_path; }
 
 private:

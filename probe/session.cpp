@@ -245,6 +245,33 @@ std::vector<const DeliveryRecord*> Session::deliveries() const
     return published;
 }
 
+void Session::capture(const kpf::IMessage& message)
+{
+    if (!m_capturing.load())
+        return;
+    CapturedEvent event = readEvent(message);
+    std::lock_guard<std::mutex> lock(m_capturedMutex);
+    if (m_captured.size() < CaptureQueueMax)
+        m_captured.push_back(std::move(event));
+    else
+        ++m_capturedDropped;
+}
+
+int Session::subscribeForCapture(std::uint32_t number)
+{
+    return m_eventDispatcher != nullptr ? m_eventDispatcher->subscribe(kpf::wireInt(number), m_name) : NotSubscribed;
+}
+
+std::vector<CapturedEvent> Session::takeCaptured(std::size_t* dropped)
+{
+    std::lock_guard<std::mutex> lock(m_capturedMutex);
+    *dropped = m_capturedDropped;
+    m_capturedDropped = 0;
+    std::vector<CapturedEvent> taken;
+    taken.swap(m_captured);
+    return taken;
+}
+
 std::size_t Session::dropped() const
 {
     const std::size_t count = m_next.load();

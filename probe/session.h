@@ -8,6 +8,7 @@
 // host may destroy under it.
 
 #include "message/messagehandler.h"
+#include "probe/capture.h"
 
 #include <QString>
 
@@ -99,6 +100,17 @@ public:
     // A query whose reply is read whole: replySize -1 when none came.
     int rawQuery(std::uint32_t number, int* replySize, std::vector<unsigned char>* reply);
     std::vector<const DeliveryRecord*> deliveries() const;
+
+    // The capture. Handlers' side: an event to capture, read while its
+    // delivery lasts and queued; never waits but for the queue's lock.
+    void capture(const kpf::IMessage& message);
+    // Thread's side: subscribes a number under the probe component's name,
+    // which the host ties to that component.
+    int subscribeForCapture(std::uint32_t number);
+    void startCapturing() { m_capturing.store(true); }
+    void stopCapturing() { m_capturing.store(false); }
+    // What was queued since the last call; dropped: how many did not fit.
+    std::vector<CapturedEvent> takeCaptured(std::size_t* dropped);
     std::size_t dropped() const;
     bool stopping() const { return m_stop.load(); }
     bool witnessHasStarted() const { return m_witnessStarted.load(); }
@@ -126,6 +138,12 @@ private:
     std::atomic<std::uint32_t> m_sendingSeq{0};
     std::atomic<bool> m_ownDelivered{false};
     std::atomic<bool> m_ownAnswered{false};
+
+    static constexpr std::size_t CaptureQueueMax = 256;
+    std::atomic<bool> m_capturing{false};
+    std::mutex m_capturedMutex;
+    std::vector<CapturedEvent> m_captured;
+    std::size_t m_capturedDropped = 0;
 
     std::mutex m_stopMutex; // two deletors on two threads
     std::atomic<bool> m_started{false};

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <mutex>
+#include <thread>
 
 namespace msg = LCD::MessageId;
 
@@ -59,10 +61,11 @@ struct Answer
 // fills the envelope in place during the command. The interface query may
 // be answered in an envelope the host keeps, where the host answers elsewhere.
 template <typename T, typename Fill>
-host::Responder answerQuery(host::Host& host, std::uint32_t number,
+host::Responder answerQuery(host::Host& host, std::recursive_mutex& mutex, std::uint32_t number,
                             std::function<void(std::uint32_t, int, Fields)> traced, Fill fill)
 {
-    return [&host, number, traced, fill](const kpf::IMessage& command) -> std::optional<Bytes> {
+    return [&host, &mutex, number, traced, fill](const kpf::IMessage& command) -> std::optional<Bytes> {
+        std::lock_guard<std::recursive_mutex> lock(mutex);
         auto* query = host.answerEnvelope<QueryInfo<T>>(command, number == msg::InterfaceDetail);
         if (query == nullptr) {
             traced(number, -1, {{"envelope", nullptr}});
@@ -128,7 +131,8 @@ bool passes(const Parameters& params, const char* key, std::int32_t value)
 }
 } // namespace
 
-SimulatedDevice::SimulatedDevice(host::Host& host, Trace& trace) : m_host(host), m_trace(trace)
+SimulatedDevice::SimulatedDevice(host::Host& host, Trace& trace)
+    : m_host(host), m_trace(trace), m_thread(std::this_thread::get_id())
 {
     installQueries();
     installServices();
@@ -136,6 +140,7 @@ SimulatedDevice::SimulatedDevice(host::Host& host, Trace& trace) : m_host(host),
 
 void SimulatedDevice::setState(const Device& state)
 {
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
     Device next = state;
     for (s_InterfaceList& entry : next.interfaces) {
         s_InterfaceList* declared = findById(m_declared.interfaces, entry.interfaceId);
@@ -170,8 +175,15 @@ void SimulatedDevice::applyWrite(const std::vector<Choice>& written, bool taken,
     }
 }
 
+bool SimulatedDevice::traced() const
+{
+    return std::this_thread::get_id() == m_thread;
+}
+
 void SimulatedDevice::reply(std::uint32_t number, int length, Fields fields)
 {
+    if (!traced())
+        return;
     const MessageInfo* info = findMessage(number);
     m_trace.entry({Direction::In, "reply", number, info != nullptr ? info->name : "", length, std::move(fields)});
 }
@@ -183,19 +195,20 @@ void SimulatedDevice::installQueries()
         reply(number, length, std::move(fields));
     };
 
-    commands.setResponder(msg::InterfaceDetail,
-                          answerQuery<s_InterfaceDetailInfo>(m_host, msg::InterfaceDetail, traced, [this](auto& query) {
-                              const Parameters params = parametersOf(query);
-                              Fields ids = Fields::array();
-                              for (const s_InterfaceList& entry : m_state.interfaces) {
-                                  if (passes(params, "interfaceId", entry.interfaceId)) {
-                                      query.info.stInterfaceListArry.push_back(entry);
-                                      ids.push_back(entry.interfaceId);
-                                  }
-                              }
-                              return Answer{std::nullopt, {{"interfaces", ids}}};
-                          }));
-    commands.setResponder(msg::Screens, answerQuery<s_ScreenDetail>(m_host, msg::Screens, traced, [this](auto& query) {
+    commands.setResponder(msg::InterfaceDetail, answerQuery<s_InterfaceDetailInfo>(
+                                                    m_host, m_mutex, msg::InterfaceDetail, traced, [this](auto& query) {
+                                                        const Parameters params = parametersOf(query);
+                                                        Fields ids = Fields::array();
+                                                        for (const s_InterfaceList& entry : m_state.interfaces) {
+                                                            if (passes(params, "interfaceId", entry.interfaceId)) {
+                                                                query.info.stInterfaceListArry.push_back(entry);
+                                                                ids.push_back(entry.interfaceId);
+                                                            }
+                                                        }
+                                                        return Answer{std::nullopt, {{"interfaces", ids}}};
+                                                    }));
+    commands.setResponder(msg::Screens,
+                          answerQuery<s_ScreenDetail>(m_host, m_mutex, msg::Screens, traced, [this](auto& query) {
                               const Parameters params = parametersOf(query);
                               Fields ids = Fields::array();
                               for (const Screen& screen : m_state.screens) {
@@ -207,7 +220,7 @@ void SimulatedDevice::installQueries()
                               return Answer{std::nullopt, {{"screens", ids}}};
                           }));
     commands.setResponder(msg::Subcards,
-                          answerQuery<s_SubcardQuery>(m_host, msg::Subcards, traced, [this](auto& query) {
+                          answerQuery<s_SubcardQuery>(m_host, m_mutex, msg::Subcards, traced, [this](auto& query) {
                               Fields slots = Fields::array();
                               for (const Subcard& subcard : m_state.subcards) {
                                   query.info.stSubcardInfoArry.push_back(subcard.info);
@@ -218,14 +231,15 @@ void SimulatedDevice::installQueries()
     // Every verdict the scenario holds, whatever the checks: the service
     // judges the interfaces as they stand.
     for (std::uint32_t number : {msg::ThumbCheck, msg::DetailCheck}) {
-        commands.setResponder(number, answerQuery<s_TimigCheckQuery>(m_host, number, traced, [this](auto& query) {
+        commands.setResponder(number,
+                              answerQuery<s_TimigCheckQuery>(m_host, m_mutex, number, traced, [this](auto& query) {
                                   query.info.stCheckResultArry = m_state.verdicts;
                                   return Answer{std::nullopt, {{"verdicts", listOf(m_state.verdicts)}}};
                               }));
     }
     // One answer per assessment, in order; the last one repeats.
     commands.setResponder(
-        msg::Assess, answerQuery<s_TimingAssessQuery>(m_host, msg::Assess, traced, [this](auto& query) {
+        msg::Assess, answerQuery<s_TimingAssessQuery>(m_host, m_mutex, msg::Assess, traced, [this](auto& query) {
             Assessment answer;
             if (!m_state.assessments.empty())
                 answer = m_state.assessments[std::min(m_assessments, m_state.assessments.size() - 1)];
@@ -240,6 +254,7 @@ void SimulatedDevice::installQueries()
 
     // Plain replies, or none when the scenario gives no value.
     const auto answerWith = [this](std::uint32_t number, const char* field, auto value) {
+        std::lock_guard<std::recursive_mutex> lock(m_mutex);
         reply(number, value ? int(sizeof *value) : -1, {{field, orNull(value)}});
         return value ? std::optional<Bytes>(bytesOf(*value)) : std::nullopt;
     };
@@ -252,6 +267,7 @@ void SimulatedDevice::installQueries()
     // Answer 0 means written; a non-zero answer or none leaves the device
     // as it was.
     commands.setResponder(msg::WriteThumb, [this, answerWith](const kpf::IMessage& command) {
+        std::lock_guard<std::recursive_mutex> lock(m_mutex);
         std::optional<Bytes> answer = answerWith(msg::WriteThumb, "answer", m_state.thumbCommitAnswer);
         if (const auto* written = vectorIn<s_InterfaceThumbTiming>(command)) {
             const std::optional<std::uint8_t> byte = m_state.thumbCommitAnswer;
@@ -266,6 +282,7 @@ void SimulatedDevice::installQueries()
     // A reference write has no answer: only the scenario can refuse it.
     m_host.events().addListener(
         [this](const kpf::IMessage& event) {
+            std::lock_guard<std::recursive_mutex> lock(m_mutex);
             if (const auto* written = vectorIn<s_InterfacePresetTiming>(event))
                 applyWrite(*written, m_state.writesApply, "writesApply is false");
         },
@@ -275,21 +292,26 @@ void SimulatedDevice::installQueries()
 void SimulatedDevice::installServices()
 {
     m_host.deviceConfig().setAnswer([this](std::int32_t slot) {
+        std::lock_guard<std::recursive_mutex> lock(m_mutex);
         std::int32_t value = slot;
         for (const Subcard& subcard : m_state.subcards) {
             if (subcard.info.slotId == slot)
                 value = subcard.value;
         }
-        m_trace.entry({Direction::Out, "call", 0, "subcardOfSlot", -1, {{"slot", slot}, {"answer", value}}});
+        if (traced())
+            m_trace.entry({Direction::Out, "call", 0, "subcardOfSlot", -1, {{"slot", slot}, {"answer", value}}});
         return value;
     });
     m_host.subcardConfig().setAnswer([this](std::int32_t subcardValue, std::int32_t key, std::int32_t deviceParam) {
+        std::lock_guard<std::recursive_mutex> lock(m_mutex);
         std::vector<int> tied;
         for (const Subcard& subcard : m_state.subcards) {
             const auto found = subcard.tied.find(key);
             if (subcard.value == subcardValue && found != subcard.tied.end())
                 tied = found->second;
         }
+        if (!traced())
+            return tied;
         m_trace.entry({Direction::Out,
                        "call",
                        0,

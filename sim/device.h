@@ -12,6 +12,9 @@
 #include "sim/scenario.h"
 #include "sim/trace.h"
 
+#include <mutex>
+#include <thread>
+
 namespace edidvm {
 namespace sim {
 
@@ -37,8 +40,15 @@ private:
     template <typename Choice>
     void applyWrite(const std::vector<Choice>& written, bool taken, const std::string& refusal);
 
+    // Only the playing thread's queries are traced; another plug-in's, on
+    // threads of its own, are answered alike.
+    bool traced() const;
+
     host::Host& m_host;
     Trace& m_trace;
+    std::thread::id m_thread;
+    // What is answered may be asked on several threads.
+    mutable std::recursive_mutex m_mutex;
     Device m_state;
     Device m_declared; // as the scenario last set it, before any write
     std::size_t m_assessments = 0;

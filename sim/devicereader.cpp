@@ -44,8 +44,8 @@ std::vector<std::string> unreachableScreens(const Device& device)
                              [&](const s_InterfaceList& known) { return known.interfaceId == output.interfaceId; });
             if (entry == device.interfaces.end())
                 continue;
-            const std::string start = "screen " + std::to_string(screen.info.screenId) +
-                                      " is fed by interface " + std::to_string(entry->interfaceId) + ", ";
+            const std::string start = "screen " + std::to_string(screen.info.screenId) + " is fed by interface " +
+                                      std::to_string(entry->interfaceId) + ", ";
             const std::string end = ": a choice on interface " + std::to_string(entry->interfaceId) +
                                     " affects no screen and is committed at once";
             const auto subcard = std::find_if(device.subcards.begin(), device.subcards.end(),

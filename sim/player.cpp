@@ -11,6 +11,8 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <thread>
 
 namespace msg = LCD::MessageId;
 
@@ -64,6 +66,22 @@ Shown entryShown(const Entry& entry)
 }
 } // namespace
 
+std::string unknownDefault(const std::string& key)
+{
+    static const std::map<std::string, std::string> defaults = {
+        {"screens", "no screens"},
+        {"subcards", "no subcards"},
+        {"selectedInterface", "no reply to 0xFC08100A"},
+        {"deviceParam", "no reply to 0xFC000004"},
+        {"verdicts", "no verdicts"},
+        {"assessments", "every assessment answered 1, with no codes"},
+        {"thumbCommitAnswer", "thumb writes answered 0 (written)"},
+        {"writesApply", "writes applied"},
+    };
+    const auto found = defaults.find(key);
+    return found != defaults.end() ? found->second : "its default";
+}
+
 bool fieldsMatch(const Fields& actual, const Fields& expected)
 {
     if (expected.is_object()) {
@@ -88,7 +106,7 @@ bool fieldsMatch(const Fields& actual, const Fields& expected)
 }
 
 Player::Player(host::Host& host, const Scenario& scenario, Trace& trace)
-    : m_host(host), m_scenario(scenario), m_trace(trace), m_device(host, trace)
+    : m_host(host), m_scenario(scenario), m_trace(trace), m_device(host, trace), m_thread(std::this_thread::get_id())
 {}
 
 void Player::applyHostBehaviour()
@@ -153,8 +171,12 @@ void Player::start()
 {
     m_device.setState(m_scenario.device);
     // Runs while the sender's payload is alive: vector objects and
-    // envelopes are decoded in place.
+    // envelopes are decoded in place. Only what the played components send
+    // on the playing thread is traced: another plug-in loaded beside them
+    // (edidsim --also) sends on threads of its own.
     m_host.recorder().setHook([this](const host::SentMessage& sent, const void* data) {
+        if (std::this_thread::get_id() != m_thread || m_otherSenders.count(sent.sender) != 0)
+            return;
         const MessageInfo* info = findMessage(sent.number);
         Entry entry{Direction::Out, kindOf(sent.kind), sent.number, info != nullptr ? info->name : "unknown",
                     sent.size};
@@ -177,11 +199,22 @@ void Player::start()
                      {"demonstration", m_scenario.demonstration}});
     for (const std::string& note : m_scenario.notes)
         m_trace.note(note);
+    for (const std::string& key : m_scenario.device.unknown)
+        m_trace.note("the device's \"" + key + "\" is unknown to the file: the simulator plays its default, " +
+                     unknownDefault(key));
     applyHostBehaviour();
 
     m_trace.entry({Direction::In, "event", 0xFFFF0000u, "Start", 0, Fields::object()});
-    for (kpf::IMessageHandler* component : m_host.components())
+    const std::vector<kpf::IMessageHandler*> components = m_host.components();
+    for (kpf::IMessageHandler* component : components)
         m_host.start(component);
+    // The names the other libraries' components subscribed under.
+    const std::size_t own = m_host.componentInfos().size();
+    for (const host::SubscribeCall& call : m_host.subscriptions().calls()) {
+        const auto found = std::find(components.begin(), components.end(), call.component);
+        if (found != components.end() && static_cast<std::size_t>(found - components.begin()) >= own)
+            m_otherSenders.insert(call.sender);
+    }
     m_trace.note("registered " + std::to_string(m_host.subscriptions().calls().size()) + " message numbers");
     m_trace.takeOutputs();
     m_trace.takeWarnings();
@@ -253,8 +286,32 @@ void Player::traceDescription()
 void Player::deliver(std::uint32_t number, const void* data, int size)
 {
     const MessageInfo* info = findMessage(number);
-    m_trace.entry({Direction::In, "event", number, info->name, size, decodePayload(*info, data, size)});
+    m_trace.entry({Direction::In, "event", number, info != nullptr ? info->name : "unknown", size,
+                   info != nullptr ? decodePayload(*info, data, size) : Fields::object()});
     m_host.event(number, data, size);
+}
+
+void Player::playRaw(const Step& step)
+{
+    const void* data = step.bytes.empty() ? nullptr : step.bytes.data();
+    const int size = static_cast<int>(step.bytes.size());
+    if (!step.rawCommand) {
+        deliver(step.number, data, size);
+        return;
+    }
+    const MessageInfo* info = findMessage(step.number);
+    const char* name = info != nullptr ? info->name : "unknown";
+    m_trace.entry({Direction::In, "command", step.number, name, size,
+                   info != nullptr ? decodePayload(*info, data, size) : Fields::object()});
+    const std::optional<host::Bytes> reply = m_host.command(step.number, data, size);
+    std::string hex;
+    for (unsigned char byte : reply.value_or(host::Bytes())) {
+        static const char digits[] = "0123456789abcdef";
+        hex += digits[byte >> 4];
+        hex += digits[byte & 15];
+    }
+    m_trace.entry({Direction::Out, "reply", step.number, name, reply ? static_cast<int>(reply->size()) : -1,
+                   reply ? Fields{{"bytes", hex}} : Fields{{"bytes", nullptr}}});
 }
 
 void Player::askInterfaceType(std::uint32_t number)
@@ -341,6 +398,9 @@ void Player::play(const Step& step)
     case Action::ChangeDevice:
         m_device.setState(*step.device);
         m_trace.note("the device's state changes");
+        break;
+    case Action::Raw:
+        playRaw(step);
         break;
     }
 }

@@ -12,7 +12,9 @@
 #include "viewmodel/viewmodelrecords.h"
 
 #include <functional>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace edidvm {
@@ -89,6 +91,7 @@ private:
     void play(const Step& step);
     void deliver(std::uint32_t number, const void* data, int size);
     void askInterfaceType(std::uint32_t number);
+    void playRaw(const Step& step);
     bool check(std::size_t index, const Step& step);
 
     host::Host& m_host;
@@ -100,7 +103,12 @@ private:
     StepOutcome m_lastOutcome;
     std::vector<Observer> m_observers;
     Tally m_tally;
+    std::thread::id m_thread; // the playing thread
+    std::set<std::string> m_otherSenders;
 };
+
+// What the simulator plays for a key of the device the file says is unknown.
+std::string unknownDefault(const std::string& key);
 
 // Whether every field of expected is in actual with the same value; lists
 // must match element by element.

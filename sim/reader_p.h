@@ -73,6 +73,8 @@ public:
     void device(const JsonNode& node, Device& device, bool patch);
     Step step(const JsonNode& node, Device& device);
     void hostBehaviour(const JsonNode& node, HostBehaviour& behaviour) const;
+    // The device's "unknown": keys of its state, none of them given.
+    void unknownKeys(const JsonNode& device, Device& state) const;
 
 private:
     // One of the interfaces the device defines.
@@ -83,6 +85,7 @@ private:
     Expectation expectation(const JsonNode& node) const;
     void readAction(const JsonNode& node, Device& device, Step& step);
     const EdidTiming& edidChoice(const JsonNode& node, const Device& device) const;
+    void raw(const JsonNode& node, Step& step) const;
 
     std::filesystem::path m_base;
     std::vector<std::string>& m_notes;

@@ -92,18 +92,22 @@ std::string summaryText(const Totals& totals)
            plural(static_cast<std::size_t>(tally.warnings), "warning", "warnings") + " compared";
 }
 
-void traceResult(Trace& trace, const std::string& file, Outcome outcome, const Tally& tally)
+void traceResult(Trace& trace, const std::string& file, Outcome outcome, const Tally& tally,
+                 const std::string& variation)
 {
     if (!trace.json())
         return;
-    trace.record({{"type", "result"},
-                  {"file", file},
-                  {"outcome", outcomeName(outcome)},
-                  {"steps", tally.steps},
-                  {"checkedSteps", tally.checkedSteps},
-                  {"messages", tally.messages},
-                  {"warnings", tally.warnings},
-                  {"failures", tally.failures}});
+    Fields result = {{"type", "result"},
+                     {"file", file},
+                     {"outcome", outcomeName(outcome)},
+                     {"steps", tally.steps},
+                     {"checkedSteps", tally.checkedSteps},
+                     {"messages", tally.messages},
+                     {"warnings", tally.warnings},
+                     {"failures", tally.failures}};
+    if (!variation.empty())
+        result["variation"] = variation;
+    trace.record(result);
 }
 
 void traceSummary(Trace& trace, const Totals& totals, int status)

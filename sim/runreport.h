@@ -46,8 +46,10 @@ std::string plural(std::size_t count, const char* one, const char* many);
 // refused and those not played when there are any
 std::string summaryText(const Totals& totals);
 
-// A scenario's end, in JSON only.
-void traceResult(Trace& trace, const std::string& file, Outcome outcome, const Tally& tally);
+// A scenario's end, in JSON only; the host variation it played on when a
+// host profile chose it.
+void traceResult(Trace& trace, const std::string& file, Outcome outcome, const Tally& tally,
+                 const std::string& variation = "");
 // The last line of every run that got to its files, also one stopped early;
 // in JSON, with the exit status, the last record of every run.
 void traceSummary(Trace& trace, const Totals& totals, int status);

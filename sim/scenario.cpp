@@ -159,7 +159,11 @@ Scenario loadScenario(const std::string& file)
     tryReading([&] {
         Reader reader(std::filesystem::path(file).parent_path(), scenario.notes);
         const JsonNode top(root, "", problems);
-        top.keys({"name", "description", "demonstration", "host", "device", "steps"});
+        // "report": what the probe measured on the device's host, kept in the
+        // file it captured; not played.
+        top.keys({"name", "description", "demonstration", "host", "device", "steps", "report"});
+        if (top.has("report") && !top.at("report").value().is_object())
+            tryReading([&] { top.at("report").expected("an object (the probe's report)"); });
         if (top.has("name"))
             tryReading([&] { scenario.name = top.at("name").text(); });
         if (top.has("description"))
@@ -168,8 +172,12 @@ Scenario loadScenario(const std::string& file)
             tryReading([&] { scenario.demonstration = top.at("demonstration").boolean(); });
         tryReading([&] {
             const JsonNode device = top.need("device", "the device's state");
-            device.keys(deviceKeys());
+            Keys keys = deviceKeys();
+            keys.push_back("unknown");
+            device.keys(keys);
             reader.device(device, scenario.device, false);
+            if (device.has("unknown"))
+                tryReading([&] { reader.unknownKeys(device, scenario.device); });
         });
         if (top.has("host"))
             tryReading([&] { reader.hostBehaviour(top.at("host"), scenario.host); });

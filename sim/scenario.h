@@ -84,6 +84,10 @@ struct Device
     std::vector<Assessment> assessments;               // one per 0xFC05021F; the last repeats
     std::optional<std::uint8_t> thumbCommitAnswer = 0; // 0: written
     bool writesApply = true;                           // false: writes leave the timings as they are
+    // Keys of this state that whoever wrote the file could not know (a
+    // capture cannot see verdicts or the answers to writes): their defaults
+    // are played, and the trace says so.
+    std::vector<std::string> unknown;
 };
 
 // One message the component must put out: a number from the table, or a
@@ -112,6 +116,7 @@ enum class Action {
     InterfaceType,
     Pump,
     ChangeDevice,
+    Raw,
 };
 
 struct Step
@@ -130,6 +135,9 @@ struct Step
     bool accept = false;
     std::optional<std::int32_t> box; // empty: the last confirmation's id
     std::shared_ptr<const Device> device;
+    // A raw step's message: its kind and payload, delivered as given.
+    bool rawCommand = false;
+    std::vector<unsigned char> bytes;
     std::optional<std::vector<Expectation>> expect;
     std::optional<std::vector<std::string>> warnings;
 };

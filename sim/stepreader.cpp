@@ -6,6 +6,7 @@
 #include "sim/reader_p.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,8 +46,100 @@ const std::vector<StepKind> StepKinds = {
     {"interfaceType", Action::InterfaceType, msg::InterfaceType, {}},
     {"pump", Action::Pump, 0, {}},
     {"device", Action::ChangeDevice, 0, deviceKeys()},
+    {"raw", Action::Raw, 0, {"number", "kind", "bytes"}},
 };
+
+// Raw bytes are at most this long: every record of the table fits.
+constexpr std::size_t RawBytesMax = 65536;
+
+// Payloads of these lengths carry addresses into the sender's memory, which
+// bytes in a file cannot: their steps give the records instead.
+struct AddressPayload
+{
+    std::uint32_t number;
+    std::size_t size;
+    const char* step;
+};
+const AddressPayload AddressPayloads[] = {
+    {msg::SetCurrentInterface, 840, "current"},
+    {msg::ThumbCheckRequest, 8, "thumbCheck"},
+    {msg::DetailCheckRequest, 8, "detailCheck"},
+    {msg::ChangedThumbTimings, 24, "changedThumb"},
+    {msg::ChangedReferenceTimings, 24, "changedReference"},
+};
+
+int hexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
 } // namespace
+
+void Reader::raw(const JsonNode& node, Step& step) const
+{
+    tryReading([&] {
+        const JsonNode number = node.need("number", "a message number, \"0xFC00060C\", or a name of the table");
+        const std::string text = number.text();
+        const MessageInfo* info = findMessage(text);
+        char* end = nullptr;
+        const unsigned long value = std::strtoul(text.c_str() + std::min<std::size_t>(2, text.size()), &end, 16);
+        if (info != nullptr)
+            step.number = info->number;
+        else if ((text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0) && text.size() > 2 && text.size() <= 10 &&
+                 end != nullptr && *end == '\0' && value != 0)
+            step.number = static_cast<std::uint32_t>(value);
+        else
+            number.fail("expected a message number, \"0xFC00060C\", or a name of the table, got \"" + text + "\"");
+    });
+    if (node.has("kind"))
+        tryReading([&] {
+            const std::string kind = node.at("kind").text();
+            if (kind != "event" && kind != "command")
+                node.at("kind").fail("expected \"event\" or \"command\"" + didYouMean(kind, {"event", "command"}));
+            step.rawCommand = kind == "command";
+        });
+    tryReading([&] {
+        const JsonNode bytes = node.need("bytes", "the payload in hex");
+        const std::string text = bytes.text();
+        if (text.size() % 2 != 0 || text.size() / 2 > RawBytesMax)
+            bytes.fail("expected an even number of hex digits, at most " + std::to_string(RawBytesMax) + " bytes");
+        for (std::size_t i = 0; i < text.size(); i += 2) {
+            const int high = hexDigit(text[i]), low = hexDigit(text[i + 1]);
+            if (high < 0 || low < 0)
+                bytes.fail("expected hex digits, got \"" + text.substr(i, 2) + "\" at byte " + std::to_string(i / 2));
+            step.bytes.push_back(static_cast<unsigned char>(high * 16 + low));
+        }
+    });
+    for (const AddressPayload& payload : AddressPayloads) {
+        if (step.number == payload.number && step.bytes.size() == payload.size && !step.rawCommand)
+            node.at("bytes").fail("a payload of " + std::to_string(payload.size) + " bytes of " +
+                                  hexNumber(payload.number) + " carries addresses, which bytes cannot; use a \"" +
+                                  payload.step + "\" step");
+    }
+}
+
+void Reader::unknownKeys(const JsonNode& device, Device& state) const
+{
+    Keys known = deviceKeys();
+    known.erase(std::find(known.begin(), known.end(), "interfaces"));
+    for (const JsonNode& item : device.at("unknown").items("a list of the device's keys"))
+        tryReading([&] {
+            const std::string key = item.text();
+            if (std::find(known.begin(), known.end(), key) == known.end())
+                item.fail("unknown key of the device \"" + key + "\"" + didYouMean(key, known) + "; expected one of " +
+                          joined(known));
+            if (device.has(key.c_str()))
+                item.fail("\"" + key + "\" is given, so it is not unknown");
+            if (std::find(state.unknown.begin(), state.unknown.end(), key) != state.unknown.end())
+                item.fail("\"" + key + "\" is named twice");
+            state.unknown.push_back(key);
+        });
+}
 
 Step Reader::step(const JsonNode& node, Device& device)
 {
@@ -152,6 +245,9 @@ void Reader::readAction(const JsonNode& node, Device& device, Step& step)
                 node.at("trigger").fail("expected InUseAsked, InUseAsked2 or InUseAsked3");
             step.number = trigger.number;
         }
+        break;
+    case Action::Raw:
+        raw(node, step);
         break;
     case Action::ChangeDevice: {
         auto changed = std::make_shared<Device>(device);
