@@ -252,9 +252,8 @@ void keepOutputs(std::vector<Output>& outputs, const host::SentMessage& sent, co
 }
 
 // A short flow of the page's into the library beside the probe, then the
-// captured file played on a fresh host: the library puts out the same. On
-// the hosts whose deliveries a capture sees whole (the rows without setup
-// but unstable-data).
+// captured file played on a fresh host: the library puts out the same, on
+// every host our host plays and on one that posts at once.
 class CaptureTest : public ProbeTest
 {
 };
@@ -318,13 +317,16 @@ TEST_P(CaptureTest, CapturesAFlowThatPlaysBackAlike)
         EXPECT_EQ(player.run(), 0);
     }
     std::fclose(sink);
-    EXPECT_GT(original.size(), 8u);
+    // At least the refresh: where data() works once the choice and the answer
+    // are refused unread (their handlers test data() before they read it).
+    EXPECT_GE(original.size(), 6u);
     EXPECT_EQ(played, original);
 }
 
 INSTANTIATE_TEST_SUITE_P(Hosts, ProbeTest, ::testing::ValuesIn(rows),
                          [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
-INSTANTIATE_TEST_SUITE_P(Hosts, CaptureTest, ::testing::Values(rows[0], rows[1], rows[2]),
+INSTANTIATE_TEST_SUITE_P(Hosts, CaptureTest,
+                         ::testing::Values(rows[0], rows[1], rows[2], rows[3], rows[4], rows[5], rows[6]),
                          [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
 
 TEST_F(ProbeTest, AReportThatCannotBeWrittenIsLoggedOnceNamingItsPath)
