@@ -18,6 +18,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
@@ -83,33 +85,6 @@ struct Reader
         return items;
     }
 };
-
-// The numbers a message may get, by the first byte of its body modulo 16:
-// mostly the handled ones, in the component's registration order; the
-// reserved ones; numbers it only sends; other 0xFC numbers; numbers past the
-// reserved filter; any.
-const std::vector<std::uint32_t> Handled = {
-    msg::PublishReference,        msg::BoxAnswer,           msg::SetCurrentInterface, msg::RefreshTiming,
-    msg::SelectedInterfaceTiming, msg::ThumbCheckRequest,   msg::DetailCheckRequest,  msg::ThumbChoice,
-    msg::ReferenceChoice,         msg::InUseAsked,          msg::SdiInterface,        msg::InterfaceType,
-    msg::ChangedReferenceTimings, msg::ChangedThumbTimings, msg::InUseAsked2,         msg::InUseAsked3};
-const std::vector<std::uint32_t> Reserved = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
-const std::vector<std::uint32_t> Foreign = {msg::InterfaceDetail, msg::ThumbCheckResults, msg::WriteThumb,
-                                            msg::Confirmation};
-std::uint32_t pickNumber(Reader& r)
-{
-    const auto among = [&r](const std::vector<std::uint32_t>& numbers) { return numbers[r.u8() % numbers.size()]; };
-    const unsigned choice = r.u8() % 16;
-    return choice < 11    ? among(Handled)
-           : choice == 11 ? among(Reserved)
-           : choice == 12 ? among(Foreign)
-           : choice == 13 ? 0xFC000000u | (r.u32() & 0xFFFFFFu)
-           : choice == 14 ? 0xFFFF0003u + r.u8()
-                          : r.u32();
-}
-// The length of each plain-record payload.
-const std::map<std::uint32_t, int> RecordSizes = {
-    {msg::SdiInterface, 16}, {msg::ThumbChoice, 40}, {msg::ReferenceChoice, 68}, {msg::BoxAnswer, 556}};
 
 [[noreturn]] void fail(const char* what, std::uint32_t number)
 {
@@ -342,12 +317,88 @@ void deliver(Run& run, int kind, std::uint32_t number, int size, const void* dat
         fail("unexpected reply", number);
 }
 
-// A vector object of up to five timings as the payload.
-template <typename T, typename Read>
-void deliverVector(Run& run, int kind, std::uint32_t number, Reader& body, Read read)
+using Send = std::function<void(const void* data, int size)>;
+s_InterfacePresetTiming readPreset(Reader& r)
 {
-    const std::vector<T> list = body.list<T>(6, read);
-    deliver(run, kind, number, sizeof list, &list);
+    return {r.small(), readDetail(r), r.u32(), 0};
+}
+s_InterfaceThumbTiming readThumbTiming(Reader& r)
+{
+    return {r.small(), readThumb(r), r.u32(), 0};
+}
+// A record read from the body, or a vector of up to five.
+template <auto read>
+void sendRecord(Reader& body, unsigned, const Send& send)
+{
+    const auto record = read(body);
+    send(&record, sizeof record);
+}
+template <auto read>
+void sendVector(Reader& body, unsigned, const Send& send)
+{
+    const auto list = body.list<decltype(read(body))>(6, read);
+    send(&list, sizeof list);
+}
+void sendChecks(Reader& body, unsigned form, const Send& send)
+{
+    QueryInfo<s_TimigCheckQuery> request;
+    request.info.stThumbCheckArry = body.list<s_ThumbTimigCheck>(8, [](Reader& in) {
+        return s_ThumbTimigCheck{in.small(), in.small(), readThumb(in), 0, 0};
+    });
+    request.info.stDetailCheckArry = body.list<s_DetailTimigCheck>(8, [](Reader& in) {
+        return s_DetailTimigCheck{in.small(), in.small(), readDetail(in), 0, 0};
+    });
+    request.info.stCheckResultArry = body.list<s_TimigCheckResult>(3, readVerdict);
+    // A null envelope address is a real value too.
+    QueryInfo<s_TimigCheckQuery>* address = form % 4 == 2 ? nullptr : &request;
+    send(&address, sizeof address);
+}
+
+// The handled numbers, in the component's registration order. Where the
+// contract puts an address, `build` sends a real object and `size` is its
+// length, which raw bytes never get; otherwise `size` is the record's
+// natural length (0: none).
+struct Row
+{
+    const char* name;
+    std::uint32_t number;
+    int size;
+    void (*build)(Reader& body, unsigned form, const Send& send);
+};
+const Row Rows[] = {
+    {"reference publication", msg::PublishReference, 0, nullptr},
+    {"box answer", msg::BoxAnswer, 556, nullptr},
+    {"current interface", msg::SetCurrentInterface, int(sizeof(s_InterfaceList)), sendRecord<readInterface>},
+    {"refresh", msg::RefreshTiming, 0, nullptr},
+    {"selected interface timing", msg::SelectedInterfaceTiming, 0, nullptr},
+    {"thumb check", msg::ThumbCheckRequest, 8, sendChecks},
+    {"detail check", msg::DetailCheckRequest, 8, sendChecks},
+    {"thumb choice", msg::ThumbChoice, 40, nullptr},
+    {"reference choice", msg::ReferenceChoice, 68, nullptr},
+    {"in-use question", msg::InUseAsked, 0, nullptr},
+    {"SDI interface", msg::SdiInterface, 16, nullptr},
+    {"interface type", msg::InterfaceType, 0, nullptr},
+    {"changed reference timings", msg::ChangedReferenceTimings, 24, sendVector<readPreset>},
+    {"changed thumb timings", msg::ChangedThumbTimings, 24, sendVector<readThumbTiming>},
+    {"in-use question 2", msg::InUseAsked2, 0, nullptr},
+    {"in-use question 3", msg::InUseAsked3, 0, nullptr},
+};
+
+// The number by the body's first byte modulo 16: mostly a handled one; the
+// reserved ones; numbers the component only sends; other 0xFC numbers;
+// numbers past the reserved filter; any.
+std::uint32_t pickNumber(Reader& r)
+{
+    const auto among = [&r](const auto& numbers) { return numbers[r.u8() % std::size(numbers)]; };
+    const std::uint32_t reserved[] = {0xFFFF0000u, 0xFFFF0001u, 0xFFFF0002u, 0xFFFFFFFEu, 0xFFFFFFFFu};
+    const std::uint32_t foreign[] = {msg::InterfaceDetail, msg::ThumbCheckResults, msg::WriteThumb, msg::Confirmation};
+    const unsigned choice = r.u8() % 16;
+    return choice < 11    ? among(Rows).number
+           : choice == 11 ? among(reserved)
+           : choice == 12 ? among(foreign)
+           : choice == 13 ? 0xFC000000u | (r.u32() & 0xFFFFFFu)
+           : choice == 14 ? 0xFFFF0003u + r.u8()
+                          : r.u32();
 }
 
 void deliverOne(Run& run, Reader body)
@@ -359,58 +410,30 @@ void deliverOne(Run& run, Reader body)
                      : (kindChoice == 6) != (number == msg::InterfaceType) ? kpf::MessageKindCommand
                                                                            : kpf::MessageKindEvent;
     const unsigned form = body.u8();
-    const bool real = form % 4 < 3; // a real object where an address goes
-    int addressSize = -1;           // the length only a real object may have
-
-    if (number == msg::ThumbCheckRequest || number == msg::DetailCheckRequest) {
-        addressSize = 8;
-        if (real) {
-            QueryInfo<s_TimigCheckQuery> request;
-            request.info.stThumbCheckArry = body.list<s_ThumbTimigCheck>(8, [](Reader& in) {
-                return s_ThumbTimigCheck{in.small(), in.small(), readThumb(in), 0, 0};
-            });
-            request.info.stDetailCheckArry = body.list<s_DetailTimigCheck>(8, [](Reader& in) {
-                return s_DetailTimigCheck{in.small(), in.small(), readDetail(in), 0, 0};
-            });
-            request.info.stCheckResultArry = body.list<s_TimigCheckResult>(3, readVerdict);
-            // A null envelope address is a real value too.
-            QueryInfo<s_TimigCheckQuery>* address = form % 4 == 2 ? nullptr : &request;
-            return deliver(run, kind, number, sizeof address, &address);
-        }
-    } else if (number == msg::SetCurrentInterface) {
-        addressSize = int(sizeof(s_InterfaceList));
-        if (real) {
-            const s_InterfaceList record = readInterface(body);
-            return deliver(run, kind, number, sizeof record, &record);
-        }
-    } else if (number == msg::ChangedReferenceTimings || number == msg::ChangedThumbTimings) {
-        addressSize = 24;
-        if (real && number == msg::ChangedReferenceTimings)
-            return deliverVector<s_InterfacePresetTiming>(run, kind, number, body, [](Reader& in) {
-                return s_InterfacePresetTiming{in.small(), readDetail(in), in.u32(), 0};
-            });
-        if (real)
-            return deliverVector<s_InterfaceThumbTiming>(run, kind, number, body, [](Reader& in) {
-                return s_InterfaceThumbTiming{in.small(), readThumb(in), in.u32(), 0};
-            });
-    }
+    const Send send = [&](const void* data, int size) { deliver(run, kind, number, size, data); };
+    const Row* row = nullptr;
+    for (const Row& candidate : Rows)
+        row = candidate.number == number ? &candidate : row;
+    const bool address = row != nullptr && row->build != nullptr;
+    if (address && form % 4 < 3) // a real object where an address goes
+        return row->build(body, form, send);
 
     // Raw bytes: the natural length, any length (never an address payload's
     // own), none, or null data with any size.
     int size = 0;
     const unsigned sizeChoice = (form >> 2) % 4;
-    if (sizeChoice == 0 && RecordSizes.count(number) > 0)
-        size = RecordSizes.at(number);
+    if (sizeChoice == 0 && row != nullptr && !address)
+        size = row->size;
     else if (sizeChoice == 1)
         size = int(body.word(2) % 1024);
     else if (sizeChoice == 2)
-        return deliver(run, kind, number, body.i32(), nullptr);
-    if (size == addressSize)
+        return send(nullptr, body.i32());
+    if (address && size == row->size)
         ++size;
     Bytes raw(static_cast<std::size_t>(size));
     for (std::uint8_t& b : raw)
         b = body.u8();
-    deliver(run, kind, number, size, raw.data());
+    send(raw.data(), size);
 }
 
 void dropLog(QtMsgType, const QMessageLogContext&, const QString&) {}

@@ -2,12 +2,9 @@
 // A newer choice arriving while an older commit runs: delivered nested on
 // the same thread, after a command is answered, or on another thread.
 
-#include "protomodel/messageids.h"
 #include "viewmodel/timingchangefixture.h"
 
 #include <thread>
-
-namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace test {
@@ -79,7 +76,7 @@ TEST_F(CommitOrderTest, ACommitWritesOnlyIfNoLaterCommitOfItsKindHasWritten)
     };
     for (const Row& row : rows) {
         const std::uint32_t during = std::stoul(row.during.substr(2, 8), nullptr, 16);
-        const std::uint32_t choice = row.reference ? ReferenceChoice : ThumbChoice;
+        const std::uint32_t choice = row.reference ? msg::ReferenceChoice : msg::ThumbChoice;
         const auto payload = [&](int index) {
             return row.reference ? bytesOf(references[index]) : bytesOf(thumbs[index]);
         };

@@ -2,7 +2,6 @@
 // The handlers' payload checks and the two timing checks, through the real
 // library, on every host variation that copies, lends or answers elsewhere.
 
-#include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
 #include <gmock/gmock.h>
@@ -11,8 +10,6 @@
 
 #include <functional>
 #include <limits>
-
-namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace test {

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The timing-change flow end to end, each road as its exact trace.
 
-#include "protomodel/messageids.h"
 #include "viewmodel/timingchangefixture.h"
 
 #include <gmock/gmock.h>
-
-namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace test {

@@ -4,7 +4,6 @@
 // The timing-change set-up: three interfaces on one subcard, three screens,
 // and the traces of the roads a change takes.
 
-#include "protomodel/messageids.h"
 #include "viewmodel/viewmodelfixture.h"
 
 #include <memory>
@@ -12,12 +11,6 @@
 
 namespace edidvm {
 namespace test {
-
-namespace msg = LCD::MessageId;
-
-constexpr std::uint32_t ThumbChoice = msg::ThumbChoice;
-constexpr std::uint32_t ReferenceChoice = msg::ReferenceChoice;
-constexpr std::uint32_t BoxAnswer = msg::BoxAnswer;
 
 inline const Trace Impact = {"C FC050200 8", "C FC050111 8", "C FC0D1000 8", "C FC000004 0"};
 inline const Trace ThumbWrite = {"C FC050111 8",  "E FC000626 44", "C FC051000 8",
@@ -153,15 +146,15 @@ protected:
         host.setInterjection(std::move(interjection));
     }
 
-    void choose(const s_InterfaceThumbTiming& timing) { host.event(ThumbChoice, &timing, sizeof timing); }
-    void choose(const s_InterfacePresetTiming& timing) { host.event(ReferenceChoice, &timing, sizeof timing); }
+    void choose(const s_InterfaceThumbTiming& timing) { host.event(msg::ThumbChoice, &timing, sizeof timing); }
+    void choose(const s_InterfacePresetTiming& timing) { host.event(msg::ReferenceChoice, &timing, sizeof timing); }
 
     void answer(std::int32_t boxId, std::uint8_t result)
     {
         Model::s_MessageBoxRequest box;
         box.boxId = boxId;
         box.result = result;
-        host.event(BoxAnswer, &box, sizeof box);
+        host.event(msg::BoxAnswer, &box, sizeof box);
     }
 
     // The check the thumb commit announces and has judged.

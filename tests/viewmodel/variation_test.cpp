@@ -3,7 +3,6 @@
 // read once, lists answered elsewhere, deliveries nested in its own sends,
 // the current interface moving while a step runs.
 
-#include "protomodel/messageids.h"
 #include "viewmodel/timingchangefixture.h"
 
 #include <gmock/gmock.h>
@@ -11,8 +10,6 @@
 #include <array>
 #include <deque>
 #include <functional>
-
-namespace msg = LCD::MessageId;
 
 namespace edidvm {
 namespace test {
