@@ -41,6 +41,30 @@ check_stripped() {
     || fail "$dbgsym: no symbols for build id $id of $binary"
 }
 
+# The package holds exactly the files given.
+check_files() {
+  local deb=$1 files expected
+  shift
+  files=$(dpkg-deb -c "$deb" | awk '{print $6}' | grep -v '/$' | sort)
+  expected=$(printf '%s\n' "$@" | sort)
+  [ "$files" = "$expected" ] || fail "$deb holds:
+$files
+expected exactly:
+$expected"
+}
+
+# The machine a binary in the package is built for, and the symbols it exports.
+read_binary() {
+  local deb=$1 binary=$2 unpacked
+  unpacked=$(mktemp -d)
+  dpkg-deb -x "$deb" "$unpacked"
+  machine=$(readelf -h "$unpacked$binary" | awk -F: '/Machine/ {print $2}')
+  exports=$(readelf --dyn-syms -W "$unpacked$binary" | awk '$5 == "GLOBAL" && $7 != "UND" {print $8}' \
+    | sed 's/@.*//' | sort | tr '\n' ' ')
+  rm -rf "$unpacked"
+  [[ "$machine" == *"$machine_name"* ]] || fail "$deb: $binary built for$machine"
+}
+
 for entry in "$@"; do
   build=${entry%%:*}
   arch=${entry##*:}
@@ -62,20 +86,11 @@ for entry in "$@"; do
   for needed in libqt5core5a libstdc++6 libgcc-s1 libc6; do
     grep -q "\b$needed (>= " <<<"$depends" || fail "$plugin: Depends lacks $needed: $depends"
   done
-  files=$(dpkg-deb -c "$plugin" | awk '{print $6}' | grep -v '/$' | sort)
-  expected=$(printf '%s\n' ".$library" \
-    "./usr/share/outputedidviewmodel/translations/outputedidviewmodel_de.qm" \
+  check_files "$plugin" ".$library" "./usr/share/outputedidviewmodel/translations/outputedidviewmodel_de.qm" \
     ./usr/share/doc/liboutputedidviewmodel/{copyright,changelog.Debian.gz} \
-    "./usr/share/lintian/overrides/liboutputedidviewmodel" | sort)
-  [ "$files" = "$expected" ] || fail "$plugin holds:
-$files
-expected exactly:
-$expected"
-  unpacked=$(mktemp -d)
-  dpkg-deb -x "$plugin" "$unpacked"
-  machine=$(readelf -h "$unpacked$library" | awk -F: '/Machine/ {print $2}')
-  rm -rf "$unpacked"
-  [[ "$machine" == *"$machine_name"* ]] || fail "$plugin: library built for$machine"
+    "./usr/share/lintian/overrides/liboutputedidviewmodel"
+  read_binary "$plugin" "$library"
+  [ "$exports" = "pluginfo pluginit " ] || fail "$plugin: the library exports $exports"
   check_stripped "$plugin" "$library" "$arch"
   echo "packages: $(basename "$plugin") holds the stripped $arch library in $(dirname "$library"), its translation and symbols package"
   echo "packages: $(basename "$plugin") Depends: $depends"
@@ -84,21 +99,10 @@ $expected"
   probe_library=/usr/$plugin_dir/liboutputedidviewmodel-probe.so
   [ -f "$probe" ] || fail "no probe package for $arch in $build"
   [ "$(dpkg-deb -f "$probe" Multi-Arch)" = same ] || fail "$probe: not Multi-Arch: same"
-  files=$(dpkg-deb -c "$probe" | awk '{print $6}' | grep -v '/$' | sort)
-  expected=$(printf '%s\n' ".$probe_library" \
+  check_files "$probe" ".$probe_library" \
     ./usr/share/doc/liboutputedidviewmodel-probe/{copyright,changelog.Debian.gz,probe.md} \
-    "./usr/share/lintian/overrides/liboutputedidviewmodel-probe" | sort)
-  [ "$files" = "$expected" ] || fail "$probe holds:
-$files
-expected exactly:
-$expected"
-  unpacked=$(mktemp -d)
-  dpkg-deb -x "$probe" "$unpacked"
-  machine=$(readelf -h "$unpacked$probe_library" | awk -F: '/Machine/ {print $2}')
-  exports=$(readelf --dyn-syms -W "$unpacked$probe_library" | awk '$5 == "GLOBAL" && $7 != "UND" {print $8}' \
-    | sed 's/@.*//' | sort | tr '\n' ' ')
-  rm -rf "$unpacked"
-  [[ "$machine" == *"$machine_name"* ]] || fail "$probe: probe built for$machine"
+    "./usr/share/lintian/overrides/liboutputedidviewmodel-probe"
+  read_binary "$probe" "$probe_library"
   [ "$exports" = "pluginfo pluginit " ] || fail "$probe: the probe exports $exports"
   check_stripped "$probe" "$probe_library" "$arch"
   echo "packages: $(basename "$probe") holds the stripped $arch probe beside the plug-in, exporting $exports"
@@ -147,13 +151,8 @@ $broken"
   page="$build/edidsim-page_${version}_${arch}.deb"
   if [ -f "$page" ]; then
     module=/usr/lib/$(dpkg-architecture -a"$arch" -qDEB_HOST_MULTIARCH 2>/dev/null)/edidsim/libedidsim-page.so
-    files=$(dpkg-deb -c "$page" | awk '{print $6}' | grep -v '/$' | sort)
-    expected=$(printf '%s\n' ".$module" ./usr/share/doc/edidsim-page/{copyright,changelog.Debian.gz} \
-      "./usr/share/lintian/overrides/edidsim-page" ./usr/share/edidsim/translations/edidsim_de.qm | sort)
-    [ "$files" = "$expected" ] || fail "$page holds:
-$files
-expected exactly:
-$expected"
+    check_files "$page" ".$module" ./usr/share/doc/edidsim-page/{copyright,changelog.Debian.gz} \
+      "./usr/share/lintian/overrides/edidsim-page" ./usr/share/edidsim/translations/edidsim_de.qm
     depends=$(dpkg-deb -f "$page" Depends)
     grep -q "edidsim (= $version)" <<<"$depends" || fail "$page: does not depend on the simulator package: $depends"
     # The QML modules are loaded at run time: no library names them.
