@@ -17,6 +17,9 @@ namespace Probe {
 
 namespace {
 
+const char MovingCurrentNotMeasured[] = "not measured: the probe subscribes the component's events only on a host "
+                                        "that delivers one event to every subscriber";
+
 // The kernel's figure in kB from a "Name:   123 kB" line of /proc.
 long kilobytes(const QByteArray& line)
 {
@@ -146,9 +149,13 @@ void Measurement::nesting()
         return out;
     };
     const int commands = m_counts["sendCommand"].tries;
+    // The probe subscribes the view model's events only in the capture: a
+    // host that routes them here unasked shows the move, none shows nothing.
+    const QJsonValue moving = m_movingCommands > 0 ? QJsonValue(observation(m_movingCommands, commands))
+                                                   : QJsonValue(MovingCurrentNotMeasured);
     QJsonObject nested{{"insideOwnSends", observation(m_nestedSends, m_ownSends)},
                        {"numbers", list(numbers)},
-                       {"currentInterfaceAfterCommandAnswered", observation(m_movingCommands, commands)},
+                       {"currentInterfaceAfterCommandAnswered", moving},
                        {"insideQueries", QJsonObject{{"count", insideQueries}, {"numbers", list(queryNumbers)}}}};
     if (!example.isEmpty())
         nested["example"] = example;

@@ -146,9 +146,7 @@ void Measurement::capture()
     }
     QJsonArray subscribed;
     for (std::uint32_t number : CapturedNumbers) {
-        // The current interface's event was subscribed at the start.
-        const int result =
-            number == CurrentInterfaceNumber ? m_session.subscribeResult(5) : m_session.subscribeForCapture(number);
+        const int result = m_session.subscribeForCapture(number);
         subscribed.append(QJsonObject{{"number", hexNumber(number)}, {"result", result}});
     }
     QJsonArray notCaptured;

@@ -19,9 +19,11 @@
 
 namespace Probe {
 
-const Subscription subscriptions[6] = {
+// Only the probe's own numbers: a component's event is subscribed only once
+// one event was seen to reach two subscribers.
+const Subscription subscriptions[5] = {
     {0, MessageId::SentEvent, false}, {0, MessageId::PostedEvent, false}, {0, MessageId::Command, true},
-    {0, MessageId::FanOut, false},    {1, MessageId::FanOut, false},      {0, CurrentInterfaceNumber, false},
+    {0, MessageId::FanOut, false},    {1, MessageId::FanOut, false},
 };
 
 namespace {

@@ -58,7 +58,7 @@ struct Subscription
     std::uint32_t number;
     bool command;
 };
-extern const Subscription subscriptions[6];
+extern const Subscription subscriptions[5];
 
 class Session : public LCD::Message::MessageHandler, public std::enable_shared_from_this<Session>
 {
@@ -131,7 +131,7 @@ private:
 
     std::unique_ptr<DeliveryRecord[]> m_records;
     std::atomic<std::size_t> m_next{0};
-    std::atomic<int> m_subscribeResults[6];
+    std::atomic<int> m_subscribeResults[5];
     std::atomic<bool> m_witnessStarted{false};
 
     std::atomic<std::uint32_t> m_sendingNumber{0};

@@ -51,7 +51,7 @@ struct Row
     std::function<void(host::Host&)> setup;    // before loading
     std::vector<std::string> variations;       // exactly, in the report's order
     std::vector<std::string> outside;          // each the start of one entry, exactly as many
-    std::map<std::string, std::string> fields; // path in the report: its text
+    std::map<std::string, std::string> fields; // path in the report: its text's start
 };
 
 // One delivery of `size` zero bytes (or of `record`) nested in every send.
@@ -113,6 +113,7 @@ const Row rows[] = {
       {"queries/deviceParam/tries/0/says", "no answer"},
       {"queries/selectedInterface/tries/0/says", "size 12, expected 4"},
       {"configServices/deviceconfigmanager/says", "not called: the service was not found"},
+      {"nestedDeliveries/currentInterfaceAfterCommandAnswered", "not measured: "},
       {"problems/0", "service eventdispatcher not seen over 3 tries"},
       {"problems/1", "service deviceconfigmanager not seen over 3 tries"}}},
 };
@@ -210,7 +211,7 @@ TEST_P(ProbeTest, ReportsWhatTheHostDidAndSendsOnlyReadOnlyQueries)
     for (std::size_t i = 0; i < outside.size(); ++i)
         EXPECT_EQ(outside[i].rfind(row.outside[i], 0), 0u) << outside[i];
     for (const auto& field : row.fields)
-        EXPECT_EQ(at(report, "report/" + field.first).toVariant().toString().toStdString(), field.second)
+        EXPECT_EQ(at(report, "report/" + field.first).toVariant().toString().toStdString().rfind(field.second, 0), 0u)
             << field.first;
     EXPECT_EQ(host.keptEnvelopesChanged(), "");
 
@@ -234,10 +235,7 @@ struct Output
     std::uint32_t number;
     host::SentKind kind;
     sim::Fields fields;
-    bool operator==(const Output& other) const
-    {
-        return number == other.number && kind == other.kind && fields == other.fields;
-    }
+    bool operator==(const Output& o) const { return number == o.number && kind == o.kind && fields == o.fields; }
 };
 void PrintTo(const Output& output, std::ostream* out)
 {
