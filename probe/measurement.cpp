@@ -147,6 +147,8 @@ void Measurement::capture()
     QJsonArray subscribed;
     for (std::uint32_t number : CapturedNumbers) {
         const int result = m_session.subscribeForCapture(number);
+        if (result != 0)
+            problem(QStringLiteral("the capture's subscription to %1 returned %2").arg(hexNumber(number)).arg(result));
         subscribed.append(QJsonObject{{"number", hexNumber(number)}, {"result", result}});
     }
     QJsonArray notCaptured;

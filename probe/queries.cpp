@@ -90,16 +90,20 @@ void Measurement::queries()
                 return;
             QJsonArray list;
             for (const Interface::s_InterfaceList& entry : info.stInterfaceListArry) {
-                if (m_device.interfaces.count(entry.interfaceId) != 0)
-                    continue; // listed twice: the file would be refused
-                m_device.interfaces[entry.interfaceId] = interfaceEntry(entry);
-                const auto& thumb = entry.stThumbTiming;
-                const auto& detail = entry.stTimingDetail;
-                if (thumb.width < 1 || thumb.height < 1 || !(thumb.refresh > 0.0f) || detail.width < 1 ||
-                    detail.height < 1 || !(detail.refresh > 0.0f))
-                    problem(QStringLiteral("interface %1 has a zero timing, which a scenario cannot hold: give it "
-                                           "one in the device's state before playing the file")
+                // Either would make the file one the simulator refuses.
+                if (m_device.interfaces.count(entry.interfaceId) != 0) {
+                    problem(QStringLiteral("interface %1 is listed twice: the later entry is left out of the "
+                                           "device's state")
                                 .arg(entry.interfaceId));
+                    continue;
+                }
+                if (!timingsPlayable(entry)) {
+                    problem(QStringLiteral("interface %1 has a zero timing, which a scenario cannot hold: it is left "
+                                           "out of the device's state")
+                                .arg(entry.interfaceId));
+                    continue;
+                }
+                m_device.interfaces[entry.interfaceId] = interfaceEntry(entry);
                 list.append(m_device.interfaces[entry.interfaceId]);
             }
             m_device.json["interfaces"] = list;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The probe beside the library on our host: on each way the host can behave
-// its report lists what the host did, bad input is reported as seen, and it
-// sends nothing but its own numbers and the read-only queries.
+// its report, a file the simulator plays, lists what the host did, bad input
+// is reported as seen, and it sends only its own numbers and the read-only queries.
 
 #include "common/warningcapture.h"
 #include "host/host.h"
@@ -214,6 +214,8 @@ TEST_P(ProbeTest, ReportsWhatTheHostDidAndSendsOnlyReadOnlyQueries)
         EXPECT_EQ(at(report, "report/" + field.first).toVariant().toString().toStdString().rfind(field.second, 0), 0u)
             << field.first;
     EXPECT_EQ(host.keptEnvelopesChanged(), "");
+    EXPECT_NO_THROW(
+        sim::loadScenario(QDir(dir).filePath(QDir(dir).entryList({"probe-*.json"}).value(0)).toStdString()));
 
     std::set<std::uint32_t> queried;
     for (const host::SentMessage& sent : host.recorder().messages()) {
