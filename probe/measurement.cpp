@@ -163,7 +163,10 @@ void Measurement::capture()
     for (bool going = true; going;) {
         going = pause(CapturePollMs);
         std::size_t dropped = 0;
-        for (const CapturedEvent& event : m_session.takeCaptured(&dropped)) {
+        std::vector<CapturedEvent> taken = m_session.takeCaptured(&dropped);
+        if (events == 0 && !taken.empty() && !deviceRead())
+            rereadDevice();
+        for (const CapturedEvent& event : taken) {
             ++events;
             QString why;
             const QJsonArray steps = stepsOf(event, m_device, &why);
@@ -203,6 +206,29 @@ void Measurement::capture()
     }
     m_capture["state"] = "ended: the probe was stopped";
     write();
+}
+
+bool Measurement::deviceRead() const
+{
+    return !m_device.interfaces.empty() && !m_device.json["deviceParam"].isNull() &&
+           !m_device.json["selectedInterface"].isNull();
+}
+
+void Measurement::rereadDevice()
+{
+    // Components started after the probe may answer by now; what was read
+    // at the start stays.
+    const QJsonObject atStart = m_report["queries"].toObject();
+    for (const char* key : {"interfaces", "screens", "subcards"})
+        if (m_device.json[key].toArray().isEmpty())
+            m_device.json.remove(key);
+    for (const char* key : {"selectedInterface", "deviceParam"})
+        if (m_device.json[key].isNull())
+            m_device.json.remove(key);
+    queries();
+    configServices();
+    m_report["queriesAtFirstEvent"] = m_report["queries"];
+    m_report["queries"] = atStart;
 }
 
 void Measurement::run()

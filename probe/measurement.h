@@ -68,6 +68,10 @@ private:
     void queries();
     QJsonObject replyQuery(std::uint32_t number);
     void configServices();
+    // Whether the interfaces, the device parameter and the selected
+    // interface were read; if not, the capture reads them again once.
+    bool deviceRead() const;
+    void rereadDevice();
     // The configuration services' answers in the device's subcards.
     void subcardInDevice(std::int32_t subcard);
     void tiedInDevice(std::int32_t subcard, const QJsonArray& tied);
