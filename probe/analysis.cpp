@@ -189,7 +189,7 @@ void Measurement::conclude()
         variation("answer-elsewhere", QStringLiteral("the interface query pointed the asker's pointer variable at "
                                                      "another envelope in %1 of %2 tries")
                                           .arg(m_elsewhere)
-                                          .arg(QueryTries));
+                                          .arg(m_interfaceTries));
     if (unstable > 0)
         variation(
             "unstable-data",
@@ -213,7 +213,7 @@ void Measurement::conclude()
                                  .arg(copied)
                                  .arg(sends)
                                  .arg(m_ownEnvelope)
-                                 .arg(QueryTries));
+                                 .arg(m_interfaceTries));
     m_report["variations"] = variations;
 
     QJsonArray outside;
@@ -242,7 +242,7 @@ void Measurement::conclude()
         QStringLiteral("postEvent delivered a payload other than the one sent"));
     was(m_fanOutTries - m_fanOutBoth, m_fanOutTries,
         QStringLiteral("an event did not reach both components subscribed to it"));
-    was(m_nulled, QueryTries, QStringLiteral("the interface query set the asker's pointer variable to null"));
+    was(m_nulled, m_interfaceTries, QStringLiteral("the interface query set the asker's pointer variable to null"));
     m_report["outside"] = outside;
 }
 

@@ -90,7 +90,11 @@ bool Measurement::pause(int ms) const
 bool Measurement::write(const QString& pending)
 {
     QJsonObject probe = m_report.value(QStringLiteral("probe")).toObject();
-    probe["state"] = pending.isEmpty() && m_report.contains("variations") ? "finished" : "running";
+    // A stop during the measurements leaves them partial, whatever follows.
+    if (m_session.stopping() && !m_measured)
+        probe["state"] = "stopped";
+    else
+        probe["state"] = pending.isEmpty() && m_report.contains("variations") ? "finished" : "running";
     if (pending.isEmpty())
         probe.remove(QStringLiteral("pending"));
     else
@@ -286,6 +290,7 @@ void Measurement::run()
     nesting();
     m_report["memoryAtEnd"] = memory();
     conclude();
+    m_measured = !m_session.stopping();
     write();
     capture();
 }

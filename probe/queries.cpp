@@ -113,9 +113,11 @@ void Measurement::queries()
     m_elsewhere = elsewhere;
     m_nulled = nulled;
     QJsonObject interfaces = queries["interfaces"].toObject();
-    interfaces["answeredInAskersEnvelope"] = observation(own, QueryTries);
-    interfaces["answeredElsewhere"] = observation(elsewhere, QueryTries);
-    interfaces["pointerNulled"] = observation(nulled, QueryTries);
+    // A stop cuts the tries short: the counts are of those made.
+    m_interfaceTries = interfaces["tries"].toArray().size();
+    interfaces["answeredInAskersEnvelope"] = observation(own, m_interfaceTries);
+    interfaces["answeredElsewhere"] = observation(elsewhere, m_interfaceTries);
+    interfaces["pointerNulled"] = observation(nulled, m_interfaceTries);
     queries["interfaces"] = interfaces;
 
     // The screen filter the view model attaches.
