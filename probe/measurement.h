@@ -99,6 +99,7 @@ private:
     int m_ownSends = 0;
     // Read from the query answers for the configuration services' calls.
     std::int32_t m_slotId = 0, m_connectorId = 0, m_connectorKey = 0, m_deviceParam = -1;
+    bool m_interfaceRead = false, m_connectorKeyRead = false;
     int m_elsewhere = 0, m_nulled = 0, m_ownEnvelope = 0, m_interfaceTries = 0;
     bool m_measured = false; // every measurement ran to its end
     int m_nestedSends = 0, m_movingCommands = 0;

@@ -84,6 +84,7 @@ void Measurement::queries()
             if (!info.stInterfaceListArry.empty()) {
                 m_slotId = info.stInterfaceListArry.front().slotId;
                 m_connectorId = info.stInterfaceListArry.front().connectorId;
+                m_interfaceRead = true;
             }
             // The device's state is the first answer's.
             if (m_device.json.contains("interfaces"))
@@ -158,8 +159,10 @@ void Measurement::queries()
             for (const Subcard::s_SubcardInfo& subcard : info.stSubcardInfoArry) {
                 QJsonArray connectors;
                 for (const Subcard::s_SubcardConnector& connector : subcard.stConnectorArry) {
-                    if (subcard.slotId == m_slotId && connector.connectorId == m_connectorId)
+                    if (m_interfaceRead && subcard.slotId == m_slotId && connector.connectorId == m_connectorId) {
                         m_connectorKey = connector.connectorKey;
+                        m_connectorKeyRead = true;
+                    }
                     connectors.append(
                         QJsonObject{{"connector", connector.connectorId}, {"key", connector.connectorKey}});
                 }
@@ -223,17 +226,34 @@ void Measurement::configServices()
     auto* subcards =
         api != nullptr ? static_cast<SubcardConfigManager*>(api->findService("subcardconfigmanager")) : nullptr;
     QJsonObject out;
+    // Asked only with what the queries read: an invented argument would put
+    // an answer to a question the view model never asks into the device.
+    // The device parameter stays -1 unanswered, as the view model asks then.
+    const auto notCalled = [](const QString& why) {
+        return QJsonObject{{"called", false}, {"says", QStringLiteral("not called: ") + why}};
+    };
     std::int32_t subcard = -1;
-    if (device == nullptr) {
-        out["deviceconfigmanager"] = QJsonObject{{"called", false}, {"says", "not called: the service was not found"}};
-    } else {
+    bool subcardRead = false;
+    if (device == nullptr)
+        out["deviceconfigmanager"] = notCalled(QStringLiteral("the service was not found"));
+    else if (!m_interfaceRead)
+        out["deviceconfigmanager"] = notCalled(QStringLiteral("no interface was read"));
+    else if (m_session.stopping())
+        out["deviceconfigmanager"] = notCalled(QStringLiteral("the probe was stopped"));
+    else {
         subcard = device->subcardOfSlot(m_slotId);
+        subcardRead = true;
         out["deviceconfigmanager"] = QJsonObject{
             {"called", true}, {"call", QStringLiteral("subcardOfSlot(%1)").arg(m_slotId)}, {"answer", subcard}};
     }
-    if (subcards == nullptr) {
-        out["subcardconfigmanager"] = QJsonObject{{"called", false}, {"says", "not called: the service was not found"}};
-    } else {
+    if (subcards == nullptr)
+        out["subcardconfigmanager"] = notCalled(QStringLiteral("the service was not found"));
+    else if (!subcardRead || !m_connectorKeyRead)
+        out["subcardconfigmanager"] =
+            notCalled(QStringLiteral("the subcard or the interface's connector key was not read"));
+    else if (m_session.stopping())
+        out["subcardconfigmanager"] = notCalled(QStringLiteral("the probe was stopped"));
+    else {
         const std::vector<int> related = subcards->relatedConnectors(subcard, m_connectorKey, m_deviceParam);
         QJsonArray answer;
         for (int connector : related)
@@ -246,7 +266,7 @@ void Measurement::configServices()
             {"answer", answer}};
     }
     m_report["configServices"] = out;
-    if (device != nullptr)
+    if (subcardRead)
         subcardInDevice(subcard);
     // What no read-only query shows; the simulator plays its defaults.
     m_device.json["unknown"] = QJsonArray{"verdicts", "assessments", "thumbCommitAnswer", "writesApply"};
