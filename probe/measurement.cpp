@@ -130,24 +130,39 @@ bool Measurement::write(const QString& pending)
     return true;
 }
 
+bool Measurement::mayCapture()
+{
+    const auto refuse = [this](const QString& why) {
+        m_capture = QJsonObject{{"state", "not started"}, {"why", why}};
+        return false;
+    };
+    if (m_session.stopping())
+        return refuse(QStringLiteral("the probe was stopped before it got there"));
+    if (m_fanOutTries == 0 || m_fanOutBoth != m_fanOutTries)
+        return refuse(QStringLiteral("one event reached both of the probe's components in %1 of %2 tries: on a host "
+                                     "that gives an event to one subscriber only, subscribing would take the view "
+                                     "model's events away; only the device's state is captured")
+                          .arg(m_fanOutBoth)
+                          .arg(m_fanOutTries));
+    // The capture reads an event while the view model's delivery lasts: on
+    // another thread, or after the send, the two would not take turns.
+    const Counts& event = m_counts["sendEvent"];
+    if (event.tries == 0 || event.beforeReturn != event.tries || event.sendingThread != event.tries)
+        return refuse(QStringLiteral("sendEvent delivered before it returned on the sending thread in %1 of %2 "
+                                     "tries; only the device's state is captured")
+                          .arg(std::min(event.beforeReturn, event.sendingThread))
+                          .arg(event.tries));
+    // Where data() works once, the probe's read would leave the view model null.
+    const int unstable = event.nullAgain + m_counts["sendCommand"].nullAgain;
+    if (unstable != 0)
+        return refuse(QStringLiteral("a second data() call returned null in %1 deliveries: reading an event would "
+                                     "take its payload from the view model; only the device's state is captured")
+                          .arg(unstable));
+    return true;
+}
+
 void Measurement::capture()
 {
-    if (m_session.stopping()) {
-        m_capture = QJsonObject{{"state", "not started"}, {"why", "the probe was stopped before it got there"}};
-        write();
-        return;
-    }
-    if (m_fanOutTries == 0 || m_fanOutBoth != m_fanOutTries) {
-        m_capture = QJsonObject{
-            {"state", "not started"},
-            {"why", QStringLiteral("one event reached both of the probe's components in %1 of %2 tries: on a host "
-                                   "that gives an event to one subscriber only, subscribing would take the view "
-                                   "model's events away; only the device's state is captured")
-                        .arg(m_fanOutBoth)
-                        .arg(m_fanOutTries)}};
-        write();
-        return;
-    }
     QJsonArray subscribed;
     for (std::uint32_t number : CapturedNumbers) {
         const int result = m_session.subscribeForCapture(number);
@@ -291,8 +306,11 @@ void Measurement::run()
     m_report["memoryAtEnd"] = memory();
     conclude();
     m_measured = !m_session.stopping();
+    // Decided before the finished report is written, which then says so.
+    const bool capturing = mayCapture();
     write();
-    capture();
+    if (capturing)
+        capture();
 }
 
 void Measurement::services()

@@ -79,6 +79,8 @@ private:
     void nesting();
     QJsonObject memory() const;
     void conclude();
+    // Whether the capture is safe on this host; if not, m_capture says why.
+    bool mayCapture();
     // Subscribes the events to capture and writes each as a step, until stopped.
     void capture();
 
