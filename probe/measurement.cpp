@@ -81,10 +81,7 @@ Measurement::Measurement(Session& session) : m_session(session), m_file(session.
 
 bool Measurement::pause(int ms) const
 {
-    const std::int64_t until = Session::nowNs() + std::int64_t(ms) * 1000000;
-    while (!m_session.stopping() && Session::nowNs() < until)
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    return !m_session.stopping();
+    return m_session.waitUnlessStopped(ms);
 }
 
 bool Measurement::write(const QString& pending)

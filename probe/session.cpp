@@ -143,9 +143,20 @@ void Session::start()
     });
 }
 
+bool Session::waitUnlessStopped(int ms) const
+{
+    std::unique_lock<std::mutex> lock(m_wakeMutex);
+    return !m_wake.wait_for(lock, std::chrono::milliseconds(ms), [this] { return m_stop.load(); });
+}
+
 void Session::stop()
 {
-    m_stop.store(true);
+    {
+        // Under the lock, so a waiter between its check and its sleep sees it.
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_stop.store(true);
+    }
+    m_wake.notify_all();
     std::lock_guard<std::mutex> lock(m_stopMutex);
     if (!m_thread.joinable())
         return;

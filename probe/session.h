@@ -13,6 +13,7 @@
 #include <QString>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -113,6 +114,8 @@ public:
     std::vector<CapturedEvent> takeCaptured(std::size_t* dropped);
     std::size_t dropped() const;
     bool stopping() const { return m_stop.load(); }
+    // Sleeps up to ms, woken at once by a stop; false when stopping.
+    bool waitUnlessStopped(int ms) const;
     bool witnessHasStarted() const { return m_witnessStarted.load(); }
     int subscribeResult(std::size_t index) const { return m_subscribeResults[index].load(); }
     bool hasEventDispatcher() const { return m_eventDispatcher != nullptr; }
@@ -148,6 +151,8 @@ private:
     std::mutex m_stopMutex; // two deletors on two threads
     std::atomic<bool> m_started{false};
     std::atomic<bool> m_stop{false};
+    mutable std::mutex m_wakeMutex;
+    mutable std::condition_variable m_wake; // notified on a stop
     std::atomic<bool> m_finished{false};
     std::atomic<long> m_probeThread{0};
     long m_startThread = 0;
