@@ -206,14 +206,30 @@ void Measurement::conclude()
                                         .arg(hexNumber(CurrentInterfaceNumber))
                                         .arg(m_movingCommands)
                                         .arg(command.tries));
-    if (variations.isEmpty() && copied > 0)
+    // "default" only where each of its marks was measured: payloads sent
+    // both ways and the interface query answered.
+    const int sameAgain = event.sameAgain + command.sameAgain;
+    const bool measured = event.tries > 0 && command.tries > 0 && m_ownEnvelope + m_elsewhere + m_nulled > 0;
+    if (variations.isEmpty() && copied > 0 && measured)
         variation("default", QStringLiteral("payloads copied in %1 of %2 sends to itself, data() the same on a second "
-                                            "call, the interface query answered in the asker's envelope in %3 of %4 "
-                                            "tries, nothing delivered inside its own sends")
+                                            "call in %3 of %4 deliveries, the interface query answered in the "
+                                            "asker's envelope in %5 of %6 tries, other messages inside %7 of %8 own "
+                                            "sends")
                                  .arg(copied)
                                  .arg(sends)
+                                 .arg(sameAgain)
+                                 .arg(delivered)
                                  .arg(m_ownEnvelope)
-                                 .arg(m_interfaceTries));
+                                 .arg(m_interfaceTries)
+                                 .arg(m_nestedSends)
+                                 .arg(m_ownSends));
+    else if (variations.isEmpty())
+        problem(QStringLiteral("no variation concluded: sendEvent (%1 tries), sendCommand (%2 tries) and an answered "
+                               "interface query (%3 of %4 tries) are all needed")
+                    .arg(event.tries)
+                    .arg(command.tries)
+                    .arg(m_ownEnvelope + m_elsewhere + m_nulled)
+                    .arg(m_interfaceTries));
     m_report["variations"] = variations;
 
     QJsonArray outside;

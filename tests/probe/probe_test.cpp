@@ -103,7 +103,7 @@ const Row rows[] = {
          host.commands().removeResponder(0xFC050111u);
          host.commands().setResponder(0xFC08100Au, [](const kpf::IMessage&) { return host::Bytes(12); });
      },
-     {"default"},
+     {},
      {},
      {{"services/eventdispatcher/says", "not seen over 3 tries"},
       {"services/commanddispatcher/says", "seen 3 of 3 tries"},
