@@ -249,13 +249,13 @@ void Measurement::rereadDevice()
 
 void Measurement::run()
 {
-    const QByteArray fromEnv = qgetenv(ReportDirVariable);
     m_report["probe"] = QJsonObject{
         {"version", "0.1.0"},
         {"started", QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs)},
         {"pid", int(getpid())},
         {"report", m_file.path()},
-        {"reportDirFrom", fromEnv.isEmpty() ? QStringLiteral("the default") : QString::fromLatin1(ReportDirVariable)},
+        {"reportDirFrom",
+         m_session.reportDirFromVariable() ? QString::fromLatin1(ReportDirVariable) : QStringLiteral("the default")},
         {"library", libraryPath()},
     };
     m_report["memoryAtStart"] = memory();

@@ -21,9 +21,10 @@ const char ReportDirVariable[] = "EDIDVM_PROBE_DIR";
 // a device's trouble.
 const char DefaultReportDir[] = "/var/lib/outputedidviewmodel-probe";
 
-QString reportDirectory()
+QString reportDirectory(bool* fromVariable)
 {
     const QByteArray dir = qgetenv(ReportDirVariable);
+    *fromVariable = !dir.isEmpty();
     return dir.isEmpty() ? QString::fromLatin1(DefaultReportDir) : QString::fromLocal8Bit(dir);
 }
 

@@ -15,7 +15,8 @@ namespace Probe {
 // The directory the reports go to: $EDIDVM_PROBE_DIR, or DefaultReportDir.
 extern const char ReportDirVariable[];
 extern const char DefaultReportDir[];
-QString reportDirectory();
+// Reads the variable; fromVariable: whether it gave the directory.
+QString reportDirectory(bool* fromVariable);
 
 // One file per start, named after the time it was chosen; rewritten whole
 // (a new file renamed over it) after each step, so a reader never sees half.

@@ -136,7 +136,7 @@ void Session::start()
     if (!m_started.compare_exchange_strong(expected, true))
         return;
     m_startThread = threadId();
-    m_reportDir = reportDirectory();
+    m_reportDir = reportDirectory(&m_reportDirFromVariable);
     m_thread = std::thread([self = shared_from_this()] {
         self->run();
         self->m_finished.store(true);

@@ -123,6 +123,7 @@ public:
     long probeThread() const { return m_probeThread.load(); }
     long startThread() const { return m_startThread; }
     const QString& reportDir() const { return m_reportDir; }
+    bool reportDirFromVariable() const { return m_reportDirFromVariable; }
 
     static std::int64_t nowNs();
     static long threadId();
@@ -156,7 +157,8 @@ private:
     std::atomic<bool> m_finished{false};
     std::atomic<long> m_probeThread{0};
     long m_startThread = 0;
-    QString m_reportDir; // set before the thread starts, read-only after
+    QString m_reportDir;                  // set before the thread starts, read-only after
+    bool m_reportDirFromVariable = false; // likewise
     std::thread m_thread;
 };
 
