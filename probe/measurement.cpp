@@ -96,6 +96,9 @@ bool Measurement::write(const QString& pending)
         probe.remove(QStringLiteral("pending"));
     else
         probe["pending"] = pending;
+    // Earlier states the file never held: the one on disk says so.
+    if (m_file.refused() + m_capRefused > 0)
+        probe["writesRefused"] = m_file.refused() + m_capRefused;
     m_report["probe"] = probe;
     m_report["problems"] = m_problems;
     if (!m_capture.isEmpty())
@@ -121,8 +124,10 @@ bool Measurement::write(const QString& pending)
     if (names.size() == 1)
         scenario["host"] = QJsonObject{{"variation", names.first()}};
     const QByteArray text = QJsonDocument(scenario).toJson();
-    if (text.size() > CaptureCapBytes)
+    if (text.size() > CaptureCapBytes) {
+        ++m_capRefused;
         return false;
+    }
     m_file.write(text);
     return true;
 }
@@ -210,7 +215,15 @@ void Measurement::capture()
                 QStringLiteral("the file reached its cap of %1 bytes at event %2; later events are not captured")
                     .arg(CaptureCapBytes)
                     .arg(events);
-            write();
+            // The last state must fit: the note and the list of events not
+            // captured give way first.
+            if (!write()) {
+                m_capture["why"] = QStringLiteral("cap reached");
+                while (!write() && !notCaptured.isEmpty()) {
+                    notCaptured.removeLast();
+                    m_capture["notCaptured"] = notCaptured;
+                }
+            }
             return;
         }
         if (dropped != 0) {

@@ -99,6 +99,7 @@ private:
     std::set<const DeliveryRecord*> m_claimed;
     std::map<std::string, Counts> m_counts;
     int m_ownSends = 0;
+    int m_capRefused = 0; // writes past the cap
     // Read from the query answers for the configuration services' calls.
     std::int32_t m_slotId = 0, m_connectorId = 0, m_connectorKey = 0, m_deviceParam = -1;
     bool m_interfaceRead = false, m_connectorKeyRead = false;

@@ -24,13 +24,16 @@ class ReportFile
 {
 public:
     explicit ReportFile(const QString& dir);
-    // A file that cannot be written is logged once, naming its path.
-    void write(const QByteArray& text);
+    // A file that cannot be written is logged once, naming its path, and
+    // again when it is written after refusals. false when refused.
+    bool write(const QByteArray& text);
     const QString& path() const { return m_path; }
+    int refused() const { return m_refused; } // writes refused so far
 
 private:
     QString m_path;
     bool m_warned = false;
+    int m_refused = 0, m_refusedInRow = 0;
 };
 
 // "seen 3 of 20 tries" or "not seen over 20 tries", with the counts.
