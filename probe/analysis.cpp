@@ -17,6 +17,9 @@ namespace Probe {
 
 namespace {
 
+const char MovingCurrentNotMeasured[] = "not measured: the probe subscribes the component's events only on a host "
+                                        "that delivers one event to every subscriber";
+
 // The kernel's figure in kB from a "Name:   123 kB" line of /proc.
 long kilobytes(const QByteArray& line)
 {
@@ -146,9 +149,13 @@ void Measurement::nesting()
         return out;
     };
     const int commands = m_counts["sendCommand"].tries;
+    // The probe subscribes the view model's events only in the capture: a
+    // host that routes them here unasked shows the move, none shows nothing.
+    const QJsonValue moving = m_movingCommands > 0 ? QJsonValue(observation(m_movingCommands, commands))
+                                                   : QJsonValue(MovingCurrentNotMeasured);
     QJsonObject nested{{"insideOwnSends", observation(m_nestedSends, m_ownSends)},
                        {"numbers", list(numbers)},
-                       {"currentInterfaceAfterCommandAnswered", observation(m_movingCommands, commands)},
+                       {"currentInterfaceAfterCommandAnswered", moving},
                        {"insideQueries", QJsonObject{{"count", insideQueries}, {"numbers", list(queryNumbers)}}}};
     if (!example.isEmpty())
         nested["example"] = example;
@@ -182,7 +189,7 @@ void Measurement::conclude()
         variation("answer-elsewhere", QStringLiteral("the interface query pointed the asker's pointer variable at "
                                                      "another envelope in %1 of %2 tries")
                                           .arg(m_elsewhere)
-                                          .arg(QueryTries));
+                                          .arg(m_interfaceTries));
     if (unstable > 0)
         variation(
             "unstable-data",
@@ -199,14 +206,30 @@ void Measurement::conclude()
                                         .arg(hexNumber(CurrentInterfaceNumber))
                                         .arg(m_movingCommands)
                                         .arg(command.tries));
-    if (variations.isEmpty() && copied > 0)
+    // "default" only where each of its marks was measured: payloads sent
+    // both ways and the interface query answered.
+    const int sameAgain = event.sameAgain + command.sameAgain;
+    const bool measured = event.tries > 0 && command.tries > 0 && m_ownEnvelope + m_elsewhere + m_nulled > 0;
+    if (variations.isEmpty() && copied > 0 && measured)
         variation("default", QStringLiteral("payloads copied in %1 of %2 sends to itself, data() the same on a second "
-                                            "call, the interface query answered in the asker's envelope in %3 of %4 "
-                                            "tries, nothing delivered inside its own sends")
+                                            "call in %3 of %4 deliveries, the interface query answered in the "
+                                            "asker's envelope in %5 of %6 tries, other messages inside %7 of %8 own "
+                                            "sends")
                                  .arg(copied)
                                  .arg(sends)
+                                 .arg(sameAgain)
+                                 .arg(delivered)
                                  .arg(m_ownEnvelope)
-                                 .arg(QueryTries));
+                                 .arg(m_interfaceTries)
+                                 .arg(m_nestedSends)
+                                 .arg(m_ownSends));
+    else if (variations.isEmpty())
+        problem(QStringLiteral("no variation concluded: sendEvent (%1 tries), sendCommand (%2 tries) and an answered "
+                               "interface query (%3 of %4 tries) are all needed")
+                    .arg(event.tries)
+                    .arg(command.tries)
+                    .arg(m_ownEnvelope + m_elsewhere + m_nulled)
+                    .arg(m_interfaceTries));
     m_report["variations"] = variations;
 
     QJsonArray outside;
@@ -235,7 +258,7 @@ void Measurement::conclude()
         QStringLiteral("postEvent delivered a payload other than the one sent"));
     was(m_fanOutTries - m_fanOutBoth, m_fanOutTries,
         QStringLiteral("an event did not reach both components subscribed to it"));
-    was(m_nulled, QueryTries, QStringLiteral("the interface query set the asker's pointer variable to null"));
+    was(m_nulled, m_interfaceTries, QStringLiteral("the interface query set the asker's pointer variable to null"));
     m_report["outside"] = outside;
 }
 

@@ -154,6 +154,13 @@ QJsonObject detailTiming(const s_TimingDetailInfo& t)
     return out;
 }
 
+bool timingsPlayable(const s_InterfaceList& entry)
+{
+    const auto& thumb = entry.stThumbTiming;
+    const auto& detail = entry.stTimingDetail;
+    return playable(thumb.width, thumb.height, thumb.refresh) && playable(detail.width, detail.height, detail.refresh);
+}
+
 QJsonObject interfaceEntry(const s_InterfaceList& entry)
 {
     return {{"id", entry.interfaceId},
@@ -190,9 +197,13 @@ CapturedEvent readEvent(const kpf::IMessage& message)
     const auto sized = [&](std::size_t bytes) { return data != nullptr && size == static_cast<int>(bytes); };
     switch (event.number) {
     case msg::SetCurrentInterface:
-        if (sized(sizeof(s_InterfaceList)))
+        if (!sized(sizeof(s_InterfaceList)))
+            break;
+        if (timingsPlayable(*static_cast<const s_InterfaceList*>(data)))
             event.step =
                 QJsonObject{{"do", "current"}, {"record", interfaceEntry(*static_cast<const s_InterfaceList*>(data))}};
+        else
+            event.why = QStringLiteral("the record has a zero timing, which a scenario cannot hold");
         break;
     case msg::SdiInterface:
         if (sized(sizeof(Model::s_SDIInterfaceInfo))) {

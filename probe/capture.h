@@ -55,6 +55,8 @@ struct DeviceState
 QJsonArray stepsOf(const CapturedEvent& event, DeviceState& device, QString* why);
 
 // Records in the scenario's keys.
+// Both timings have a size and a rate: a scenario holds no other.
+bool timingsPlayable(const LCD::ProtoModel::Interface::s_InterfaceList& entry);
 QJsonObject interfaceEntry(const LCD::ProtoModel::Interface::s_InterfaceList& entry);
 QJsonObject thumbTiming(const LCD::ProtoModel::Interface::s_ThumbTimingInfo& timing);
 QJsonObject detailTiming(const LCD::ProtoModel::Interface::s_TimingDetailInfo& timing);

@@ -81,20 +81,24 @@ Measurement::Measurement(Session& session) : m_session(session), m_file(session.
 
 bool Measurement::pause(int ms) const
 {
-    const std::int64_t until = Session::nowNs() + std::int64_t(ms) * 1000000;
-    while (!m_session.stopping() && Session::nowNs() < until)
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    return !m_session.stopping();
+    return m_session.waitUnlessStopped(ms);
 }
 
 bool Measurement::write(const QString& pending)
 {
     QJsonObject probe = m_report.value(QStringLiteral("probe")).toObject();
-    probe["state"] = pending.isEmpty() && m_report.contains("variations") ? "finished" : "running";
+    // A stop during the measurements leaves them partial, whatever follows.
+    if (m_session.stopping() && !m_measured)
+        probe["state"] = "stopped";
+    else
+        probe["state"] = pending.isEmpty() && m_report.contains("variations") ? "finished" : "running";
     if (pending.isEmpty())
         probe.remove(QStringLiteral("pending"));
     else
         probe["pending"] = pending;
+    // Earlier states the file never held: the one on disk says so.
+    if (m_file.refused() + m_capRefused > 0)
+        probe["writesRefused"] = m_file.refused() + m_capRefused;
     m_report["probe"] = probe;
     m_report["problems"] = m_problems;
     if (!m_capture.isEmpty())
@@ -120,35 +124,52 @@ bool Measurement::write(const QString& pending)
     if (names.size() == 1)
         scenario["host"] = QJsonObject{{"variation", names.first()}};
     const QByteArray text = QJsonDocument(scenario).toJson();
-    if (text.size() > CaptureCapBytes)
+    if (text.size() > CaptureCapBytes) {
+        ++m_capRefused;
         return false;
+    }
     m_file.write(text);
+    return true;
+}
+
+bool Measurement::mayCapture()
+{
+    const auto refuse = [this](const QString& why) {
+        m_capture = QJsonObject{{"state", "not started"}, {"why", why}};
+        return false;
+    };
+    if (m_session.stopping())
+        return refuse(QStringLiteral("the probe was stopped before it got there"));
+    if (m_fanOutTries == 0 || m_fanOutBoth != m_fanOutTries)
+        return refuse(QStringLiteral("one event reached both of the probe's components in %1 of %2 tries: on a host "
+                                     "that gives an event to one subscriber only, subscribing would take the view "
+                                     "model's events away; only the device's state is captured")
+                          .arg(m_fanOutBoth)
+                          .arg(m_fanOutTries));
+    // The capture reads an event while the view model's delivery lasts: on
+    // another thread, or after the send, the two would not take turns.
+    const Counts& event = m_counts["sendEvent"];
+    if (event.tries == 0 || event.beforeReturn != event.tries || event.sendingThread != event.tries)
+        return refuse(QStringLiteral("sendEvent delivered before it returned on the sending thread in %1 of %2 "
+                                     "tries; only the device's state is captured")
+                          .arg(std::min(event.beforeReturn, event.sendingThread))
+                          .arg(event.tries));
+    // Where data() works once, the probe's read would leave the view model null.
+    const int unstable = event.nullAgain + m_counts["sendCommand"].nullAgain;
+    if (unstable != 0)
+        return refuse(QStringLiteral("a second data() call returned null in %1 deliveries: reading an event would "
+                                     "take its payload from the view model; only the device's state is captured")
+                          .arg(unstable));
     return true;
 }
 
 void Measurement::capture()
 {
-    if (m_session.stopping()) {
-        m_capture = QJsonObject{{"state", "not started"}, {"why", "the probe was stopped before it got there"}};
-        write();
-        return;
-    }
-    if (m_fanOutTries == 0 || m_fanOutBoth != m_fanOutTries) {
-        m_capture = QJsonObject{
-            {"state", "not started"},
-            {"why", QStringLiteral("one event reached both of the probe's components in %1 of %2 tries: on a host "
-                                   "that gives an event to one subscriber only, subscribing would take the view "
-                                   "model's events away; only the device's state is captured")
-                        .arg(m_fanOutBoth)
-                        .arg(m_fanOutTries)}};
-        write();
-        return;
-    }
     QJsonArray subscribed;
     for (std::uint32_t number : CapturedNumbers) {
-        // The current interface's event was subscribed at the start.
-        const int result =
-            number == CurrentInterfaceNumber ? m_session.subscribeResult(5) : m_session.subscribeForCapture(number);
+        const int result = m_session.subscribeForCapture(number);
+        if (result != 0)
+            problem(QStringLiteral("the capture's subscription to %1 returned %2").arg(hexNumber(number)).arg(result));
         subscribed.append(QJsonObject{{"number", hexNumber(number)}, {"result", result}});
     }
     QJsonArray notCaptured;
@@ -163,7 +184,10 @@ void Measurement::capture()
     for (bool going = true; going;) {
         going = pause(CapturePollMs);
         std::size_t dropped = 0;
-        for (const CapturedEvent& event : m_session.takeCaptured(&dropped)) {
+        std::vector<CapturedEvent> taken = m_session.takeCaptured(&dropped);
+        if (events == 0 && !taken.empty() && !deviceRead())
+            rereadDevice();
+        for (const CapturedEvent& event : taken) {
             ++events;
             QString why;
             const QJsonArray steps = stepsOf(event, m_device, &why);
@@ -191,7 +215,15 @@ void Measurement::capture()
                 QStringLiteral("the file reached its cap of %1 bytes at event %2; later events are not captured")
                     .arg(CaptureCapBytes)
                     .arg(events);
-            write();
+            // The last state must fit: the note and the list of events not
+            // captured give way first.
+            if (!write()) {
+                m_capture["why"] = QStringLiteral("cap reached");
+                while (!write() && !notCaptured.isEmpty()) {
+                    notCaptured.removeLast();
+                    m_capture["notCaptured"] = notCaptured;
+                }
+            }
             return;
         }
         if (dropped != 0) {
@@ -205,15 +237,38 @@ void Measurement::capture()
     write();
 }
 
+bool Measurement::deviceRead() const
+{
+    return !m_device.interfaces.empty() && !m_device.json["deviceParam"].isNull() &&
+           !m_device.json["selectedInterface"].isNull();
+}
+
+void Measurement::rereadDevice()
+{
+    // Components started after the probe may answer by now; what was read
+    // at the start stays.
+    const QJsonObject atStart = m_report["queries"].toObject();
+    for (const char* key : {"interfaces", "screens", "subcards"})
+        if (m_device.json[key].toArray().isEmpty())
+            m_device.json.remove(key);
+    for (const char* key : {"selectedInterface", "deviceParam"})
+        if (m_device.json[key].isNull())
+            m_device.json.remove(key);
+    queries();
+    configServices();
+    m_report["queriesAtFirstEvent"] = m_report["queries"];
+    m_report["queries"] = atStart;
+}
+
 void Measurement::run()
 {
-    const QByteArray fromEnv = qgetenv(ReportDirVariable);
     m_report["probe"] = QJsonObject{
         {"version", "0.1.0"},
         {"started", QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs)},
         {"pid", int(getpid())},
         {"report", m_file.path()},
-        {"reportDirFrom", fromEnv.isEmpty() ? QStringLiteral("the default") : QString::fromLatin1(ReportDirVariable)},
+        {"reportDirFrom",
+         m_session.reportDirFromVariable() ? QString::fromLatin1(ReportDirVariable) : QStringLiteral("the default")},
         {"library", libraryPath()},
     };
     m_report["memoryAtStart"] = memory();
@@ -260,8 +315,12 @@ void Measurement::run()
     nesting();
     m_report["memoryAtEnd"] = memory();
     conclude();
+    m_measured = !m_session.stopping();
+    // Decided before the finished report is written, which then says so.
+    const bool capturing = mayCapture();
     write();
-    capture();
+    if (capturing)
+        capture();
 }
 
 void Measurement::services()

@@ -68,6 +68,10 @@ private:
     void queries();
     QJsonObject replyQuery(std::uint32_t number);
     void configServices();
+    // Whether the interfaces, the device parameter and the selected
+    // interface were read; if not, the capture reads them again once.
+    bool deviceRead() const;
+    void rereadDevice();
     // The configuration services' answers in the device's subcards.
     void subcardInDevice(std::int32_t subcard);
     void tiedInDevice(std::int32_t subcard, const QJsonArray& tied);
@@ -75,6 +79,8 @@ private:
     void nesting();
     QJsonObject memory() const;
     void conclude();
+    // Whether the capture is safe on this host; if not, m_capture says why.
+    bool mayCapture();
     // Subscribes the events to capture and writes each as a step, until stopped.
     void capture();
 
@@ -93,9 +99,12 @@ private:
     std::set<const DeliveryRecord*> m_claimed;
     std::map<std::string, Counts> m_counts;
     int m_ownSends = 0;
+    int m_capRefused = 0; // writes past the cap
     // Read from the query answers for the configuration services' calls.
     std::int32_t m_slotId = 0, m_connectorId = 0, m_connectorKey = 0, m_deviceParam = -1;
-    int m_elsewhere = 0, m_nulled = 0, m_ownEnvelope = 0;
+    bool m_interfaceRead = false, m_connectorKeyRead = false;
+    int m_elsewhere = 0, m_nulled = 0, m_ownEnvelope = 0, m_interfaceTries = 0;
+    bool m_measured = false; // every measurement ran to its end
     int m_nestedSends = 0, m_movingCommands = 0;
     int m_fanOutTries = 0, m_fanOutBoth = 0;
     // The scenario: the device's state and the captured steps.

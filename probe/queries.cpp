@@ -84,22 +84,27 @@ void Measurement::queries()
             if (!info.stInterfaceListArry.empty()) {
                 m_slotId = info.stInterfaceListArry.front().slotId;
                 m_connectorId = info.stInterfaceListArry.front().connectorId;
+                m_interfaceRead = true;
             }
             // The device's state is the first answer's.
             if (m_device.json.contains("interfaces"))
                 return;
             QJsonArray list;
             for (const Interface::s_InterfaceList& entry : info.stInterfaceListArry) {
-                if (m_device.interfaces.count(entry.interfaceId) != 0)
-                    continue; // listed twice: the file would be refused
-                m_device.interfaces[entry.interfaceId] = interfaceEntry(entry);
-                const auto& thumb = entry.stThumbTiming;
-                const auto& detail = entry.stTimingDetail;
-                if (thumb.width < 1 || thumb.height < 1 || !(thumb.refresh > 0.0f) || detail.width < 1 ||
-                    detail.height < 1 || !(detail.refresh > 0.0f))
-                    problem(QStringLiteral("interface %1 has a zero timing, which a scenario cannot hold: give it "
-                                           "one in the device's state before playing the file")
+                // Either would make the file one the simulator refuses.
+                if (m_device.interfaces.count(entry.interfaceId) != 0) {
+                    problem(QStringLiteral("interface %1 is listed twice: the later entry is left out of the "
+                                           "device's state")
                                 .arg(entry.interfaceId));
+                    continue;
+                }
+                if (!timingsPlayable(entry)) {
+                    problem(QStringLiteral("interface %1 has a zero timing, which a scenario cannot hold: it is left "
+                                           "out of the device's state")
+                                .arg(entry.interfaceId));
+                    continue;
+                }
+                m_device.interfaces[entry.interfaceId] = interfaceEntry(entry);
                 list.append(m_device.interfaces[entry.interfaceId]);
             }
             m_device.json["interfaces"] = list;
@@ -109,9 +114,11 @@ void Measurement::queries()
     m_elsewhere = elsewhere;
     m_nulled = nulled;
     QJsonObject interfaces = queries["interfaces"].toObject();
-    interfaces["answeredInAskersEnvelope"] = observation(own, QueryTries);
-    interfaces["answeredElsewhere"] = observation(elsewhere, QueryTries);
-    interfaces["pointerNulled"] = observation(nulled, QueryTries);
+    // A stop cuts the tries short: the counts are of those made.
+    m_interfaceTries = interfaces["tries"].toArray().size();
+    interfaces["answeredInAskersEnvelope"] = observation(own, m_interfaceTries);
+    interfaces["answeredElsewhere"] = observation(elsewhere, m_interfaceTries);
+    interfaces["pointerNulled"] = observation(nulled, m_interfaceTries);
     queries["interfaces"] = interfaces;
 
     // The screen filter the view model attaches.
@@ -152,8 +159,10 @@ void Measurement::queries()
             for (const Subcard::s_SubcardInfo& subcard : info.stSubcardInfoArry) {
                 QJsonArray connectors;
                 for (const Subcard::s_SubcardConnector& connector : subcard.stConnectorArry) {
-                    if (subcard.slotId == m_slotId && connector.connectorId == m_connectorId)
+                    if (m_interfaceRead && subcard.slotId == m_slotId && connector.connectorId == m_connectorId) {
                         m_connectorKey = connector.connectorKey;
+                        m_connectorKeyRead = true;
+                    }
                     connectors.append(
                         QJsonObject{{"connector", connector.connectorId}, {"key", connector.connectorKey}});
                 }
@@ -217,17 +226,34 @@ void Measurement::configServices()
     auto* subcards =
         api != nullptr ? static_cast<SubcardConfigManager*>(api->findService("subcardconfigmanager")) : nullptr;
     QJsonObject out;
+    // Asked only with what the queries read: an invented argument would put
+    // an answer to a question the view model never asks into the device.
+    // The device parameter stays -1 unanswered, as the view model asks then.
+    const auto notCalled = [](const QString& why) {
+        return QJsonObject{{"called", false}, {"says", QStringLiteral("not called: ") + why}};
+    };
     std::int32_t subcard = -1;
-    if (device == nullptr) {
-        out["deviceconfigmanager"] = QJsonObject{{"called", false}, {"says", "not called: the service was not found"}};
-    } else {
+    bool subcardRead = false;
+    if (device == nullptr)
+        out["deviceconfigmanager"] = notCalled(QStringLiteral("the service was not found"));
+    else if (!m_interfaceRead)
+        out["deviceconfigmanager"] = notCalled(QStringLiteral("no interface was read"));
+    else if (m_session.stopping())
+        out["deviceconfigmanager"] = notCalled(QStringLiteral("the probe was stopped"));
+    else {
         subcard = device->subcardOfSlot(m_slotId);
+        subcardRead = true;
         out["deviceconfigmanager"] = QJsonObject{
             {"called", true}, {"call", QStringLiteral("subcardOfSlot(%1)").arg(m_slotId)}, {"answer", subcard}};
     }
-    if (subcards == nullptr) {
-        out["subcardconfigmanager"] = QJsonObject{{"called", false}, {"says", "not called: the service was not found"}};
-    } else {
+    if (subcards == nullptr)
+        out["subcardconfigmanager"] = notCalled(QStringLiteral("the service was not found"));
+    else if (!subcardRead || !m_connectorKeyRead)
+        out["subcardconfigmanager"] =
+            notCalled(QStringLiteral("the subcard or the interface's connector key was not read"));
+    else if (m_session.stopping())
+        out["subcardconfigmanager"] = notCalled(QStringLiteral("the probe was stopped"));
+    else {
         const std::vector<int> related = subcards->relatedConnectors(subcard, m_connectorKey, m_deviceParam);
         QJsonArray answer;
         for (int connector : related)
@@ -240,7 +266,7 @@ void Measurement::configServices()
             {"answer", answer}};
     }
     m_report["configServices"] = out;
-    if (device != nullptr)
+    if (subcardRead)
         subcardInDevice(subcard);
     // What no read-only query shows; the simulator plays its defaults.
     m_device.json["unknown"] = QJsonArray{"verdicts", "assessments", "thumbCommitAnswer", "writesApply"};

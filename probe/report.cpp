@@ -21,9 +21,10 @@ const char ReportDirVariable[] = "EDIDVM_PROBE_DIR";
 // a device's trouble.
 const char DefaultReportDir[] = "/var/lib/outputedidviewmodel-probe";
 
-QString reportDirectory()
+QString reportDirectory(bool* fromVariable)
 {
     const QByteArray dir = qgetenv(ReportDirVariable);
+    *fromVariable = !dir.isEmpty();
     return dir.isEmpty() ? QString::fromLatin1(DefaultReportDir) : QString::fromLocal8Bit(dir);
 }
 
@@ -33,7 +34,7 @@ ReportFile::ReportFile(const QString& dir)
     m_path = QDir(dir).filePath(QStringLiteral("probe-%1-%2.json").arg(time).arg(getpid()));
 }
 
-void ReportFile::write(const QByteArray& text)
+bool ReportFile::write(const QByteArray& text)
 {
     QString problem;
     if (!QDir().mkpath(QFileInfo(m_path).absolutePath())) {
@@ -43,10 +44,21 @@ void ReportFile::write(const QByteArray& text)
         if (!file.open(QIODevice::WriteOnly) || file.write(text) < 0 || !file.commit())
             problem = file.errorString();
     }
-    if (problem.isEmpty() || m_warned)
-        return;
-    m_warned = true;
-    EDIDVM_WARNING() << "the probe's report cannot be written to" << m_path << ":" << problem;
+    if (problem.isEmpty()) {
+        // The file on disk missed some states: say so once it is whole again.
+        if (m_refusedInRow != 0)
+            EDIDVM_WARNING() << "the probe's report was written to" << m_path << "again after" << m_refusedInRow
+                             << "refused writes";
+        m_refusedInRow = 0;
+        return true;
+    }
+    ++m_refused;
+    ++m_refusedInRow;
+    if (!m_warned) {
+        m_warned = true;
+        EDIDVM_WARNING() << "the probe's report cannot be written to" << m_path << ":" << problem;
+    }
+    return false;
 }
 
 QJsonObject observation(int count, int tries)

@@ -15,7 +15,8 @@ namespace Probe {
 // The directory the reports go to: $EDIDVM_PROBE_DIR, or DefaultReportDir.
 extern const char ReportDirVariable[];
 extern const char DefaultReportDir[];
-QString reportDirectory();
+// Reads the variable; fromVariable: whether it gave the directory.
+QString reportDirectory(bool* fromVariable);
 
 // One file per start, named after the time it was chosen; rewritten whole
 // (a new file renamed over it) after each step, so a reader never sees half.
@@ -23,13 +24,16 @@ class ReportFile
 {
 public:
     explicit ReportFile(const QString& dir);
-    // A file that cannot be written is logged once, naming its path.
-    void write(const QByteArray& text);
+    // A file that cannot be written is logged once, naming its path, and
+    // again when it is written after refusals. false when refused.
+    bool write(const QByteArray& text);
     const QString& path() const { return m_path; }
+    int refused() const { return m_refused; } // writes refused so far
 
 private:
     QString m_path;
     bool m_warned = false;
+    int m_refused = 0, m_refusedInRow = 0;
 };
 
 // "seen 3 of 20 tries" or "not seen over 20 tries", with the counts.

@@ -19,9 +19,11 @@
 
 namespace Probe {
 
-const Subscription subscriptions[6] = {
+// Only the probe's own numbers: a component's event is subscribed only once
+// one event was seen to reach two subscribers.
+const Subscription subscriptions[5] = {
     {0, MessageId::SentEvent, false}, {0, MessageId::PostedEvent, false}, {0, MessageId::Command, true},
-    {0, MessageId::FanOut, false},    {1, MessageId::FanOut, false},      {0, CurrentInterfaceNumber, false},
+    {0, MessageId::FanOut, false},    {1, MessageId::FanOut, false},
 };
 
 namespace {
@@ -134,16 +136,27 @@ void Session::start()
     if (!m_started.compare_exchange_strong(expected, true))
         return;
     m_startThread = threadId();
-    m_reportDir = reportDirectory();
+    m_reportDir = reportDirectory(&m_reportDirFromVariable);
     m_thread = std::thread([self = shared_from_this()] {
         self->run();
         self->m_finished.store(true);
     });
 }
 
+bool Session::waitUnlessStopped(int ms) const
+{
+    std::unique_lock<std::mutex> lock(m_wakeMutex);
+    return !m_wake.wait_for(lock, std::chrono::milliseconds(ms), [this] { return m_stop.load(); });
+}
+
 void Session::stop()
 {
-    m_stop.store(true);
+    {
+        // Under the lock, so a waiter between its check and its sleep sees it.
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_stop.store(true);
+    }
+    m_wake.notify_all();
     std::lock_guard<std::mutex> lock(m_stopMutex);
     if (!m_thread.joinable())
         return;

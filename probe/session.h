@@ -13,6 +13,7 @@
 #include <QString>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -58,7 +59,7 @@ struct Subscription
     std::uint32_t number;
     bool command;
 };
-extern const Subscription subscriptions[6];
+extern const Subscription subscriptions[5];
 
 class Session : public LCD::Message::MessageHandler, public std::enable_shared_from_this<Session>
 {
@@ -113,6 +114,8 @@ public:
     std::vector<CapturedEvent> takeCaptured(std::size_t* dropped);
     std::size_t dropped() const;
     bool stopping() const { return m_stop.load(); }
+    // Sleeps up to ms, woken at once by a stop; false when stopping.
+    bool waitUnlessStopped(int ms) const;
     bool witnessHasStarted() const { return m_witnessStarted.load(); }
     int subscribeResult(std::size_t index) const { return m_subscribeResults[index].load(); }
     bool hasEventDispatcher() const { return m_eventDispatcher != nullptr; }
@@ -120,6 +123,7 @@ public:
     long probeThread() const { return m_probeThread.load(); }
     long startThread() const { return m_startThread; }
     const QString& reportDir() const { return m_reportDir; }
+    bool reportDirFromVariable() const { return m_reportDirFromVariable; }
 
     static std::int64_t nowNs();
     static long threadId();
@@ -131,7 +135,7 @@ private:
 
     std::unique_ptr<DeliveryRecord[]> m_records;
     std::atomic<std::size_t> m_next{0};
-    std::atomic<int> m_subscribeResults[6];
+    std::atomic<int> m_subscribeResults[5];
     std::atomic<bool> m_witnessStarted{false};
 
     std::atomic<std::uint32_t> m_sendingNumber{0};
@@ -148,10 +152,13 @@ private:
     std::mutex m_stopMutex; // two deletors on two threads
     std::atomic<bool> m_started{false};
     std::atomic<bool> m_stop{false};
+    mutable std::mutex m_wakeMutex;
+    mutable std::condition_variable m_wake; // notified on a stop
     std::atomic<bool> m_finished{false};
     std::atomic<long> m_probeThread{0};
     long m_startThread = 0;
-    QString m_reportDir; // set before the thread starts, read-only after
+    QString m_reportDir;                  // set before the thread starts, read-only after
+    bool m_reportDirFromVariable = false; // likewise
     std::thread m_thread;
 };
 

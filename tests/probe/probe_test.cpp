@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The probe beside the library on our host: on each way the host can behave
-// its report lists what the host did, bad input is reported as seen, and it
-// sends nothing but its own numbers and the read-only queries.
+// its report, a file the simulator plays, lists what the host did, bad input
+// is reported as seen, and it sends only its own numbers and the read-only queries.
 
 #include "common/warningcapture.h"
 #include "host/host.h"
@@ -51,7 +51,7 @@ struct Row
     std::function<void(host::Host&)> setup;    // before loading
     std::vector<std::string> variations;       // exactly, in the report's order
     std::vector<std::string> outside;          // each the start of one entry, exactly as many
-    std::map<std::string, std::string> fields; // path in the report: its text
+    std::map<std::string, std::string> fields; // path in the report: its text's start
 };
 
 // One delivery of `size` zero bytes (or of `record`) nested in every send.
@@ -69,7 +69,7 @@ const Row rows[] = {
     {"default", Variation::Default, nullptr, {"default"}, {}, {}},
     {"lent_payloads", Variation::LentPayloads, nullptr, {"lent-payloads"}, {}, {}},
     {"answer_elsewhere", Variation::AnswerElsewhere, nullptr, {"lent-payloads", "answer-elsewhere"}, {}, {}},
-    {"unstable_data", Variation::UnstableData, nullptr, {"unstable-data"}, {}, {}},
+    {"unstable_data", Variation::UnstableData, nullptr, {"unstable-data"}, {}, {{"capture/state", "not started"}}},
     // The SDI interface's event: a 16-byte record the library only stores.
     {"nested_deliveries",
      Variation::NestedDeliveries,
@@ -103,7 +103,7 @@ const Row rows[] = {
          host.commands().removeResponder(0xFC050111u);
          host.commands().setResponder(0xFC08100Au, [](const kpf::IMessage&) { return host::Bytes(12); });
      },
-     {"default"},
+     {},
      {},
      {{"services/eventdispatcher/says", "not seen over 3 tries"},
       {"services/commanddispatcher/says", "seen 3 of 3 tries"},
@@ -113,6 +113,7 @@ const Row rows[] = {
       {"queries/deviceParam/tries/0/says", "no answer"},
       {"queries/selectedInterface/tries/0/says", "size 12, expected 4"},
       {"configServices/deviceconfigmanager/says", "not called: the service was not found"},
+      {"nestedDeliveries/currentInterfaceAfterCommandAnswered", "not measured: "},
       {"problems/0", "service eventdispatcher not seen over 3 tries"},
       {"problems/1", "service deviceconfigmanager not seen over 3 tries"}}},
 };
@@ -210,9 +211,11 @@ TEST_P(ProbeTest, ReportsWhatTheHostDidAndSendsOnlyReadOnlyQueries)
     for (std::size_t i = 0; i < outside.size(); ++i)
         EXPECT_EQ(outside[i].rfind(row.outside[i], 0), 0u) << outside[i];
     for (const auto& field : row.fields)
-        EXPECT_EQ(at(report, "report/" + field.first).toVariant().toString().toStdString(), field.second)
+        EXPECT_EQ(at(report, "report/" + field.first).toVariant().toString().toStdString().rfind(field.second, 0), 0u)
             << field.first;
     EXPECT_EQ(host.keptEnvelopesChanged(), "");
+    EXPECT_NO_THROW(
+        sim::loadScenario(QDir(dir).filePath(QDir(dir).entryList({"probe-*.json"}).value(0)).toStdString()));
 
     std::set<std::uint32_t> queried;
     for (const host::SentMessage& sent : host.recorder().messages()) {
@@ -234,10 +237,7 @@ struct Output
     std::uint32_t number;
     host::SentKind kind;
     sim::Fields fields;
-    bool operator==(const Output& other) const
-    {
-        return number == other.number && kind == other.kind && fields == other.fields;
-    }
+    bool operator==(const Output& o) const { return number == o.number && kind == o.kind && fields == o.fields; }
 };
 void PrintTo(const Output& output, std::ostream* out)
 {
@@ -325,8 +325,7 @@ TEST_P(CaptureTest, CapturesAFlowThatPlaysBackAlike)
 
 INSTANTIATE_TEST_SUITE_P(Hosts, ProbeTest, ::testing::ValuesIn(rows),
                          [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
-INSTANTIATE_TEST_SUITE_P(Hosts, CaptureTest,
-                         ::testing::Values(rows[0], rows[1], rows[2], rows[3], rows[4], rows[5], rows[6]),
+INSTANTIATE_TEST_SUITE_P(Hosts, CaptureTest, ::testing::Values(rows[0], rows[1], rows[2], rows[4], rows[5], rows[6]),
                          [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
 
 TEST_F(ProbeTest, AReportThatCannotBeWrittenIsLoggedOnceNamingItsPath)
