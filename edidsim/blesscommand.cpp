@@ -6,6 +6,7 @@
 #include "host/host.h"
 #include "sim/exitstatus.h"
 #include "sim/player.h"
+#include "sim/runreport.h"
 #include "sim/scenario.h"
 #include "sim/scenarioformat.h"
 #include "sim/trace.h"
@@ -15,7 +16,6 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,13 +26,6 @@ namespace {
 
 using namespace sim;
 using nlohmann::ordered_json;
-
-void printProblems(const std::string& problems)
-{
-    std::istringstream lines(problems);
-    for (std::string line; std::getline(lines, line);)
-        std::fprintf(stderr, "edidsim: %s\n", line.c_str());
-}
 
 // An item of "expect" as a user writes it: the table's name, bare when the
 // trace shows no fields.
@@ -153,7 +146,7 @@ int blessScenarios(const std::vector<Scenario>& scenarios, const std::string& pl
         try {
             status = std::max(status, blessFile(scenario, host, trace));
         } catch (const ScenarioError& error) {
-            printProblems(error.what());
+            printProblems(error);
             status = std::max<int>(status, BadInput);
         }
     }
@@ -173,7 +166,7 @@ int formatScenarios(const std::vector<std::string>& files)
                 std::printf("reformatted %s\n", file.c_str());
             }
         } catch (const ScenarioError& error) {
-            printProblems(error.what());
+            printProblems(error);
             status = BadInput;
         }
     }

@@ -156,6 +156,11 @@ void traceProblems(Trace& trace, const ScenarioError& error)
                           {"count", error.notShown()}});
         return;
     }
+    printProblems(error);
+}
+
+void printProblems(const ScenarioError& error)
+{
     const std::string problems = error.what();
     std::size_t start = 0;
     while (start < problems.size()) {

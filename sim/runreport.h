@@ -58,6 +58,8 @@ void traceError(Trace& trace, int status, const std::string& message);
 // A refused file's problems: one a line on standard error, or a record each
 // and one counting those not shown.
 void traceProblems(Trace& trace, const ScenarioError& error);
+// The same as text on standard error, one a line.
+void printProblems(const ScenarioError& error);
 
 // Whether --json is among the options before "--": a bad command line is
 // reported as JSON then, though the options could not be read.
